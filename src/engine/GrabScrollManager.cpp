@@ -1,0 +1,274 @@
+#include "engine/GrabScrollManager.h"
+
+#include "core/Log.h"
+#include "engine/ScrollConfig.h"
+
+#include <cmath>
+#include <limits>
+#include <string>
+
+namespace kestrix {
+namespace {
+
+// Fractions are dropped, not rounded and not carried to the next event. Only an absurd stored
+// speed can push an amount out of the wheel's 32-bit range; that stops the program rather than
+// scrolling by a silently clamped amount.
+std::int32_t toWheelAmount(double amount)
+{
+    const double truncated = std::trunc(amount);
+    if (!std::isfinite(truncated) || truncated < std::numeric_limits<std::int32_t>::min()
+        || truncated > std::numeric_limits<std::int32_t>::max()) {
+        Log::fatal("[Kestrix] Scroll amount " + std::to_string(amount)
+                   + " does not fit a scroll event; check scrollSpeed in the settings file");
+    }
+    return static_cast<std::int32_t>(truncated);
+}
+
+} // namespace
+
+void GrabScrollManager::History::append(double value)
+{
+    if (m_count == m_values.size()) {
+        for (std::size_t i = 1; i < m_count; ++i)
+            m_values[i - 1] = m_values[i];
+        --m_count;
+    }
+    m_values[m_count++] = value;
+}
+
+double GrabScrollManager::History::average() const
+{
+    double sum = 0.0;
+    for (const double value : values())
+        sum += value;
+    return sum / static_cast<double>(m_count);
+}
+
+GrabScrollManager::GrabScrollManager(InputHook &hook, EventPoster &poster, RepeatingTimer &momentumTimer)
+    : m_hook(hook)
+    , m_poster(poster)
+    , m_momentumTimer(momentumTimer)
+{
+}
+
+void GrabScrollManager::start()
+{
+    if (m_hookInstalled)
+        return;
+    if (!m_hook.install()) {
+        Log::write("[Kestrix] CGEvent tap 생성 실패 — 접근성 권한을 확인하세요.");
+        return;
+    }
+    m_hookInstalled = true;
+    Log::write("[Kestrix] 이벤트 탭 활성화됨");
+}
+
+void GrabScrollManager::stop()
+{
+    if (m_hookInstalled) {
+        m_hook.uninstall();
+        m_hookInstalled = false;
+    }
+    m_state = State::Idle;
+    Log::write("[Kestrix] 이벤트 탭 비활성화됨");
+}
+
+Verdict GrabScrollManager::handleEvent(const PointerEvent &event)
+{
+    switch (event.type) {
+    case PointerEventType::HookDisabledByTimeout:
+    case PointerEventType::HookDisabledByUserInput:
+        if (m_hookInstalled)
+            m_hook.reenable();
+        return Verdict::Pass;
+    case PointerEventType::RightMouseDown:
+    case PointerEventType::RightMouseUp:
+    case PointerEventType::RightMouseDragged:
+    case PointerEventType::Other:
+        break;
+    }
+
+    if (!m_isEnabled || event.userData == syntheticEventMarker)
+        return Verdict::Pass;
+
+    switch (event.type) {
+    case PointerEventType::RightMouseDragged:
+        return handleRightMouseDragged(event);
+    case PointerEventType::RightMouseUp:
+        return handleRightMouseUp();
+    case PointerEventType::RightMouseDown:
+        return handleRightMouseDown(event);
+    case PointerEventType::HookDisabledByTimeout:
+    case PointerEventType::HookDisabledByUserInput:
+    case PointerEventType::Other:
+        break;
+    }
+    return Verdict::Pass;
+}
+
+Verdict GrabScrollManager::handleRightMouseDown(const PointerEvent &event)
+{
+    // A new press stops momentum at once, without a momentum-end event.
+    cancelMomentum();
+    m_state = State::Pending;
+    m_initialPosition = m_poster.currentPointerLocation().value_or(event.location);
+    m_accumulatedDelta = 0.0;
+    return Verdict::Drop;
+}
+
+Verdict GrabScrollManager::handleRightMouseDragged(const PointerEvent &event)
+{
+    if (m_state == State::Idle)
+        return Verdict::Pass;
+
+    const double dx = event.deltaX;
+    const double dy = event.deltaY;
+    m_accumulatedDelta += std::sqrt(dx * dx + dy * dy);
+
+    if (m_state == State::Pending) {
+        if (m_accumulatedDelta < scrollThreshold)
+            return Verdict::Drop;
+        beginScrolling();
+    }
+    // Only this step is scrolled: the path travelled before the threshold never is.
+    postScrollEvent(dx, dy);
+    // The drag itself still reaches the applications; only press and release are withheld.
+    return Verdict::Pass;
+}
+
+Verdict GrabScrollManager::handleRightMouseUp()
+{
+    const State endedState = m_state;
+    m_state = State::Idle;
+
+    switch (endedState) {
+    case State::Idle:
+        return Verdict::Pass;
+    case State::Pending:
+        // The whole click is replayed at release time, at the press position; the real release is
+        // dropped. A click that cannot be made is skipped: the gesture is over either way.
+        m_poster.postRightClick(m_initialPosition, syntheticEventMarker);
+        return Verdict::Drop;
+    case State::Scrolling:
+        if (ScrollConfig::momentumScroll()) {
+            m_poster.postScroll({ScrollUnit::Pixel, 0, 0, ScrollPhases{phaseEnded, 0, 1}});
+            startMomentumScroll();
+        }
+        return Verdict::Drop;
+    }
+    return Verdict::Drop;
+}
+
+void GrabScrollManager::beginScrolling()
+{
+    m_state = State::Scrolling;
+    m_lockedAxis = LockedAxis::None;
+    m_axisAccX = 0.0;
+    m_axisAccY = 0.0;
+    m_velocityHistoryX.clear();
+    m_velocityHistoryY.clear();
+    m_isFirstScrollEvent = true;
+}
+
+// Until one axis has summed 10 points both axes scroll; then the gesture keeps to the axis that
+// travelled further (vertical on a tie). The step that decides the lock is already filtered by it.
+void GrabScrollManager::applyAxisLock(double &deltaX, double &deltaY)
+{
+    if (m_lockedAxis == LockedAxis::None) {
+        m_axisAccX += std::abs(deltaX);
+        m_axisAccY += std::abs(deltaY);
+        if (m_axisAccX < axisLockThreshold && m_axisAccY < axisLockThreshold)
+            return;
+        m_lockedAxis = m_axisAccX > m_axisAccY ? LockedAxis::Horizontal : LockedAxis::Vertical;
+    }
+    if (m_lockedAxis == LockedAxis::Vertical)
+        deltaX = 0.0;
+    else
+        deltaY = 0.0;
+}
+
+void GrabScrollManager::postScrollEvent(double deltaX, double deltaY)
+{
+    if (!ScrollConfig::diagonalScroll())
+        applyAxisLock(deltaX, deltaY);
+
+    // With reverse scrolling on, the amounts keep the sign of the hand's movement: the content
+    // follows the hand like a sheet of paper.
+    const double direction = ScrollConfig::reverseScroll() ? 1.0 : -1.0;
+    const double speed = ScrollConfig::scrollSpeed();
+    const double vertical = ScrollConfig::enableVerticalScroll() ? (deltaY * direction) * speed : 0.0;
+    const double horizontal = ScrollConfig::enableHorizontalScroll() ? (deltaX * direction) * speed : 0.0;
+
+    // Momentum starts from these amounts, so they are kept even when nothing is posted below.
+    m_velocityHistoryY.append(vertical);
+    m_velocityHistoryX.append(horizontal);
+
+    const std::int32_t verticalAmount = toWheelAmount(vertical);
+    const std::int32_t horizontalAmount = toWheelAmount(horizontal);
+    if (verticalAmount == 0 && horizontalAmount == 0)
+        return;
+
+    if (ScrollConfig::momentumScroll()) {
+        // Phased events are always in pixels; the first one of a gesture says "began".
+        const ScrollPhases phases{m_isFirstScrollEvent ? 1 : 2, 0, 1};
+        if (m_poster.postScroll({ScrollUnit::Pixel, verticalAmount, horizontalAmount, phases}))
+            m_isFirstScrollEvent = false;
+        return;
+    }
+    const ScrollUnit unit = ScrollConfig::usePixelScrolling() ? ScrollUnit::Pixel : ScrollUnit::Line;
+    m_poster.postScroll({unit, verticalAmount, horizontalAmount, std::nullopt});
+}
+
+// Velocity is an amount per drag step, direction, speed and axis switches applied; the time
+// between drag events plays no part.
+GrabScrollManager::Velocity GrabScrollManager::averageVelocity() const
+{
+    if (m_velocityHistoryX.empty())
+        return {};
+    return {m_velocityHistoryX.average(), m_velocityHistoryY.average()};
+}
+
+void GrabScrollManager::startMomentumScroll()
+{
+    const Velocity start = averageVelocity();
+    if (std::abs(start.y) < momentumStartVelocity && std::abs(start.x) < momentumStartVelocity)
+        return;
+    m_momentumVX = start.x;
+    m_momentumVY = start.y;
+    m_momentumIsFirst = true;
+    cancelMomentum();
+    m_momentumTimer.start(momentumInterval);
+    m_momentumRunning = true;
+}
+
+void GrabScrollManager::cancelMomentum()
+{
+    if (!m_momentumRunning)
+        return;
+    m_momentumTimer.cancel();
+    m_momentumRunning = false;
+}
+
+// The decay comes first, so the first momentum step already carries 0.97 times the average. Steps
+// are posted even when both amounts truncate to 0, so the phase sequence runs unbroken to its end.
+void GrabScrollManager::momentumTick()
+{
+    if (!m_momentumRunning)
+        return;
+    m_momentumVX *= momentumDecay;
+    m_momentumVY *= momentumDecay;
+
+    if (std::abs(m_momentumVY) < momentumStopVelocity && std::abs(m_momentumVX) < momentumStopVelocity) {
+        m_poster.postScroll({ScrollUnit::Pixel, 0, 0, ScrollPhases{0, phaseEnded, 1}});
+        cancelMomentum();
+        return;
+    }
+
+    const std::int64_t phase = m_momentumIsFirst ? 1 : 2;
+    m_momentumIsFirst = false;
+    const std::int32_t vertical = toWheelAmount(m_momentumVY);
+    const std::int32_t horizontal = toWheelAmount(m_momentumVX);
+    m_poster.postScroll({ScrollUnit::Pixel, vertical, horizontal, ScrollPhases{0, phase, 1}});
+}
+
+} // namespace kestrix

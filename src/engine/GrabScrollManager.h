@@ -1,0 +1,139 @@
+#pragma once
+
+#include "engine/InputPlatform.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace kestrix {
+
+// The scroll engine: turns right-button drags into scroll events.
+//
+// A right press is always withheld. If the pointer then travels 5 points with the button held, the
+// gesture scrolls: every further drag step becomes one synthesized scroll event, and after the
+// release momentum may carry the scroll on. A release before that replays an ordinary right click
+// at the press position, so context menus keep working.
+//
+// Gesture states (what holds in each):
+//   Idle       no right button held through the engine; everything passes.
+//   Pending    the press was withheld; drags are withheld while the path stays under 5 points.
+//   Scrolling  the path reached 5 points; drags pass and each one is also posted as a scroll.
+//
+//   from       input        condition            action                                 to         event
+//   any        right down   -                    cancel momentum, remember position     Pending    dropped
+//   Idle       drag         -                    -                                      Idle       passed
+//   Idle       right up     -                    -                                      Idle       passed
+//   Pending    drag         path < 5.0           add step length                        Pending    dropped
+//   Pending    drag         path >= 5.0          reset gesture, scroll by this step     Scrolling  passed
+//   Pending    right up     -                    replay right click at press position   Idle       dropped
+//   Scrolling  drag         -                    scroll by this step                    Scrolling  passed
+//   Scrolling  right up     momentum on          post gesture end, start momentum       Idle       dropped
+//   Scrolling  right up     momentum off         -                                      Idle       dropped
+//   any        stop()       -                    hook removed                           Idle       -
+//
+// Everything runs on one thread: the hook's events, the momentum timer and start()/stop(). The
+// settings are read afresh from ScrollConfig at every drag event, so a change applies at once.
+class GrabScrollManager
+{
+public:
+    enum class State : std::uint8_t { Idle, Pending, Scrolling };
+    enum class LockedAxis : std::uint8_t { None, Vertical, Horizontal };
+
+    // Written into the user value of both events of a replayed click: "Kestrix" in ASCII, read as
+    // one big-endian number. The hook passes events that carry it untouched.
+    static constexpr std::uint64_t syntheticEventMarker = 0x4B657374726978;
+
+    static constexpr double scrollThreshold = 5.0;      // points of travel before a press scrolls
+    static constexpr double axisLockThreshold = 10.0;   // points on one axis before the lock is taken
+    static constexpr std::size_t velocityHistoryDepth = 8;
+    static constexpr double momentumDecay = 0.97;       // velocity factor per tick
+    static constexpr std::chrono::milliseconds momentumInterval{16};
+    static constexpr double momentumStartVelocity = 1.0; // amount per step needed to start momentum
+    static constexpr double momentumStopVelocity = 0.3;  // both axes below this end momentum
+    static constexpr std::int64_t phaseEnded = 8;        // scroll and momentum phase "ended"
+
+    GrabScrollManager(InputHook &hook, EventPoster &poster, RepeatingTimer &momentumTimer);
+    GrabScrollManager(const GrabScrollManager &) = delete;
+    GrabScrollManager &operator=(const GrabScrollManager &) = delete;
+
+    // Installs the hook; does nothing when it is installed already.
+    void start();
+    // Removes the hook and forgets the gesture. A running momentum goes on to its natural end.
+    void stop();
+    bool isStarted() const { return m_hookInstalled; }
+
+    // Master switch, true at every launch; a disabled engine passes every event untouched.
+    bool isEnabled() const { return m_isEnabled; }
+    void setEnabled(bool enabled) { m_isEnabled = enabled; }
+
+    // The hook's callback: every event the hook sees, answered with pass or drop.
+    Verdict handleEvent(const PointerEvent &event);
+
+    // The momentum timer's handler.
+    void momentumTick();
+
+    // Read-only views for diagnostics and tests.
+    State state() const { return m_state; }
+    LockedAxis lockedAxis() const { return m_lockedAxis; }
+    PointerLocation initialPosition() const { return m_initialPosition; }
+    double accumulatedDelta() const { return m_accumulatedDelta; }
+    bool isMomentumRunning() const { return m_momentumRunning; }
+    std::span<const double> velocityHistoryX() const { return m_velocityHistoryX.values(); }
+    std::span<const double> velocityHistoryY() const { return m_velocityHistoryY.values(); }
+
+private:
+    // The last amounts of a gesture, oldest first, never more than velocityHistoryDepth.
+    class History
+    {
+    public:
+        void append(double value);
+        void clear() { m_count = 0; }
+        bool empty() const { return m_count == 0; }
+        double average() const;
+        std::span<const double> values() const { return {m_values.data(), m_count}; }
+
+    private:
+        std::array<double, velocityHistoryDepth> m_values{};
+        std::size_t m_count = 0;
+    };
+
+    struct Velocity
+    {
+        double x = 0.0;
+        double y = 0.0;
+    };
+
+    Verdict handleRightMouseDown(const PointerEvent &event);
+    Verdict handleRightMouseDragged(const PointerEvent &event);
+    Verdict handleRightMouseUp();
+    void beginScrolling();
+    void postScrollEvent(double deltaX, double deltaY);
+    void applyAxisLock(double &deltaX, double &deltaY);
+    Velocity averageVelocity() const;
+    void startMomentumScroll();
+    void cancelMomentum();
+
+    InputHook &m_hook;
+    EventPoster &m_poster;
+    RepeatingTimer &m_momentumTimer;
+
+    State m_state = State::Idle;
+    bool m_hookInstalled = false;
+    PointerLocation m_initialPosition;
+    double m_accumulatedDelta = 0.0;
+    bool m_isEnabled = true;
+    LockedAxis m_lockedAxis = LockedAxis::None;
+    double m_axisAccX = 0.0;
+    double m_axisAccY = 0.0;
+    History m_velocityHistoryX;
+    History m_velocityHistoryY;
+    bool m_isFirstScrollEvent = true;
+    bool m_momentumRunning = false;
+    double m_momentumVX = 0.0;
+    double m_momentumVY = 0.0;
+    bool m_momentumIsFirst = true;
+};
+
+} // namespace kestrix
