@@ -95,6 +95,15 @@ void SettingsStore::remove(QLatin1StringView key)
     Q_EMIT changed();
 }
 
+void SettingsStore::clear()
+{
+    if (m_values.isEmpty())
+        return;
+    m_values = QJsonObject();
+    save();
+    Q_EMIT changed();
+}
+
 void SettingsStore::reload()
 {
     QFile file(m_filePath);

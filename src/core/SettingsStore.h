@@ -53,6 +53,8 @@ public:
 
     void setValue(QLatin1StringView key, const QJsonValue &value);
     void remove(QLatin1StringView key);
+    // Removes every key (tests start from an empty store with it).
+    void clear();
 
     // Reads the file again. Called by the file watcher; public for tests and for a forced refresh.
     void reload();
