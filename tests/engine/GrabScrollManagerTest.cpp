@@ -1,0 +1,465 @@
+// The engine as a user feels it: what reaches the applications, what is withheld, what is posted.
+//
+// Gestures are written as small scripts, one step per "|":
+//   down [X Y]      right button pressed (at X, Y)
+//   drag DX DY      pointer moved by DX, DY points with the button held
+//   up              right button released
+//   marked STEP     the same step carrying the engine's own marker
+//   timeout         the platform switched the hook off
+// Posted events are written as
+//   click X Y                                a replayed, marked right click at X, Y
+//   scroll pixel|line V H [phases S M C]     a scroll event: vertical, horizontal, phase fields
+
+#include "RecordingPlatform.h"
+#include "core/Log.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+#include "engine/GrabScrollManager.h"
+
+#include <QProcess>
+#include <QStringList>
+#include <QTest>
+
+#include <cmath>
+#include <cstdlib>
+
+using namespace kestrix;
+using namespace kestrix::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+double number(const QString &text)
+{
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    if (!ok)
+        qFatal("not a number in a test script: %s", qPrintable(text));
+    return value;
+}
+
+PointerEvent parseEvent(const QString &step)
+{
+    QStringList words = step.simplified().split(u' ');
+    PointerEvent event;
+    if (words.first() == "marked"_L1) {
+        event.userData = GrabScrollManager::syntheticEventMarker;
+        words.removeFirst();
+    }
+    const QString &verb = words.first();
+    if (verb == "down"_L1) {
+        event.type = PointerEventType::RightMouseDown;
+        if (words.size() == 3)
+            event.location = {number(words[1]), number(words[2])};
+    } else if (verb == "up"_L1) {
+        event.type = PointerEventType::RightMouseUp;
+    } else if (verb == "drag"_L1) {
+        event.type = PointerEventType::RightMouseDragged;
+        event.deltaX = number(words[1]);
+        event.deltaY = number(words[2]);
+    } else if (verb == "timeout"_L1) {
+        event.type = PointerEventType::HookDisabledByTimeout;
+    } else {
+        qFatal("unknown step in a test script: %s", qPrintable(step));
+    }
+    return event;
+}
+
+QString describe(const PostedEvent &posted)
+{
+    if (const auto *click = std::get_if<PostedClick>(&posted)) {
+        QString text = u"click %1 %2"_s.arg(click->location.x).arg(click->location.y);
+        if (click->marker != GrabScrollManager::syntheticEventMarker)
+            text += " UNMARKED"_L1;
+        return text;
+    }
+    const auto &scroll = std::get<ScrollEvent>(posted);
+    QString text = u"scroll %1 %2 %3"_s.arg(scroll.unit == ScrollUnit::Pixel ? "pixel"_L1 : "line"_L1)
+                       .arg(scroll.vertical)
+                       .arg(scroll.horizontal);
+    if (scroll.phases)
+        text += u" phases %1 %2 %3"_s.arg(scroll.phases->scrollPhase)
+                    .arg(scroll.phases->momentumPhase)
+                    .arg(scroll.phases->isContinuous);
+    return text;
+}
+
+QString describeAll(const std::vector<PostedEvent> &posted)
+{
+    QStringList parts;
+    for (const PostedEvent &event : posted)
+        parts << describe(event);
+    return parts.join(" | "_L1);
+}
+
+// "speed=1 diagonal=true vertical=false" and so on; anything not named keeps its default.
+void applySettings(const QString &settings)
+{
+    static const QHash<QString, QLatin1StringView> keys = {
+        {u"vertical"_s, SettingsKeys::enableVerticalScroll}, {u"horizontal"_s, SettingsKeys::enableHorizontalScroll},
+        {u"diagonal"_s, SettingsKeys::diagonalScroll},       {u"reverse"_s, SettingsKeys::reverseScroll},
+        {u"momentum"_s, SettingsKeys::momentumScroll},       {u"pixels"_s, SettingsKeys::usePixelScrolling},
+        {u"speed"_s, SettingsKeys::scrollSpeed},
+    };
+    for (const QString &assignment : settings.split(u' ', Qt::SkipEmptyParts)) {
+        const QStringList parts = assignment.split(u'=');
+        const QLatin1StringView key = keys.value(parts[0]);
+        if (parts[1] == "true"_L1 || parts[1] == "false"_L1)
+            SettingsStore::shared().setValue(key, parts[1] == "true"_L1);
+        else
+            SettingsStore::shared().setValue(key, number(parts[1]));
+    }
+}
+
+struct Run
+{
+    QString verdicts;
+    QString posted;
+};
+
+Run runScript(GrabScrollManager &engine, RecordingPlatform &platform, const QString &script)
+{
+    QStringList verdicts;
+    for (const QString &step : script.split(u'|')) {
+        const Verdict verdict = engine.handleEvent(parseEvent(step));
+        verdicts << (verdict == Verdict::Pass ? u"pass"_s : u"drop"_s);
+    }
+    return {verdicts.join(u' '), describeAll(platform.posted)};
+}
+
+} // namespace
+
+class GrabScrollManagerTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        SettingsStore::shared().clear();
+        platform = std::make_unique<RecordingPlatform>();
+        engine = std::make_unique<GrabScrollManager>(*platform, *platform, *platform);
+        engine->start();
+    }
+
+    void gestures_data();
+    void gestures();
+    void historiesKeepTheLastEightAmounts();
+    void settingsChangeTheVeryNextEvent();
+    void failedScrollKeepsTheGestureUnbegun();
+    void momentumRuns_data();
+    void momentumRuns();
+    void momentumStartNeedsOneAxisAtOne_data();
+    void momentumStartNeedsOneAxisAtOne();
+    void pressCancelsMomentumSilently();
+    void momentumFollowsTheDragDirection();
+    void stopMidDragPassesTheRest();
+    void startAndStopAreIdempotentAndLogged();
+    void failedInstallLeavesNoHook();
+    void absurdSpeedStopsTheProcess();
+
+private:
+    std::unique_ptr<RecordingPlatform> platform;
+    std::unique_ptr<GrabScrollManager> engine;
+};
+
+void GrabScrollManagerTest::gestures_data()
+{
+    QTest::addColumn<QString>("settings");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QString>("verdicts");
+    QTest::addColumn<QString>("posted");
+
+    // The state table.
+    QTest::newRow("drag and release without a press pass") << "" << "drag 3 4 | up" << "pass pass" << "";
+    QTest::newRow("short click is replayed once, marked, at the press position")
+        << "" << "down 10 20 | drag 1 1 | drag -1 2 | up" << "drop drop drop drop" << "click 10 20";
+    QTest::newRow("press and release alone replay a click") << "" << "down 7 8 | up" << "drop drop" << "click 7 8";
+    QTest::newRow("replayed click after the engine's release goes back to idle")
+        << "" << "down 1 1 | up | drag 3 4 | up" << "drop drop pass pass" << "click 1 1";
+
+    // The threshold: 5.0 points of path, summed as lengths.
+    QTest::newRow("exactly 5.0 points start scrolling")
+        << "" << "down | drag 3 4" << "drop pass" << "scroll pixel 12 9 phases 1 0 1";
+    QTest::newRow("4.99 points do not") << "" << "down | drag 4.99 0 | up" << "drop drop drop" << "click 0 0";
+    QTest::newRow("path length, not displacement, crosses the threshold")
+        << "" << "down | drag 0 3 | drag 0 -3" << "drop drop pass" << "scroll pixel -9 0 phases 1 0 1";
+    QTest::newRow("the crossing event scrolls by its own delta only")
+        << "" << "down | drag 0 4 | drag 0 2 | drag 0 1"
+        << "drop drop pass pass" << "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
+
+    // Release of a scroll.
+    QTest::newRow("release with momentum on posts the gesture end")
+        << "speed=1" << "down | drag 0 5 | drag 0 0.5 | up" << "drop pass pass drop"
+        << "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1";
+    QTest::newRow("release with momentum off posts nothing and is dropped")
+        << "momentum=false" << "down | drag 0 5 | up" << "drop pass drop" << "scroll pixel 15 0";
+    QTest::newRow("line units without momentum")
+        << "momentum=false pixels=false" << "down | drag 0 5 | up" << "drop pass drop" << "scroll line 15 0";
+    QTest::newRow("phased events are pixels even when lines are chosen")
+        << "pixels=false" << "down | drag 0 5" << "drop pass" << "scroll pixel 15 0 phases 1 0 1";
+
+    // Axis lock, direction, speed, truncation.
+    QTest::newRow("both axes scroll until one sums 10 points")
+        << "" << "down | drag 3 4" << "drop pass" << "scroll pixel 12 9 phases 1 0 1";
+    QTest::newRow("a tie locks vertical, and the deciding step is already filtered")
+        << "" << "down | drag 10 10" << "drop pass" << "scroll pixel 30 0 phases 1 0 1";
+    QTest::newRow("the longer axis wins the lock")
+        << "" << "down | drag 10.5 2 | drag 4 4"
+        << "drop pass pass" << "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1";
+    QTest::newRow("the lock holds for the rest of the gesture")
+        << "" << "down | drag 0 11 | drag 20 0 | drag 1 1"
+        << "drop pass pass pass" << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
+    QTest::newRow("diagonal scrolling takes no lock")
+        << "diagonal=true" << "down | drag 0 11 | drag 20 1"
+        << "drop pass pass" << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1";
+    QTest::newRow("amounts truncate toward zero")
+        << "" << "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5"
+        << "drop pass pass pass"
+        << "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1";
+    QTest::newRow("reverse off scrolls against the hand")
+        << "reverse=false" << "down | drag 5 0 | drag 0 1.5"
+        << "drop pass pass" << "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1";
+    QTest::newRow("amounts below one are not posted")
+        << "speed=0.2" << "down | drag 0 5 | drag 0 1 | drag 0 1"
+        << "drop pass pass pass" << "scroll pixel 1 0 phases 1 0 1";
+    QTest::newRow("both axes switched off post nothing and start no momentum")
+        << "vertical=false horizontal=false" << "down | drag 3 4 | drag 0 20 | up" << "drop pass pass drop"
+        << "scroll pixel 0 0 phases 8 0 1";
+
+    // Pass-through.
+    QTest::newRow("marked events pass in every state")
+        << "" << "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up"
+        << "pass pass drop pass pass drop" << "click 4 4";
+    QTest::newRow("a press mid-gesture starts over")
+        << "" << "down | drag 0 5 | down 2 2 | drag 1 0 | up"
+        << "drop pass drop drop drop" << "scroll pixel 15 0 phases 1 0 1 | click 2 2";
+}
+
+void GrabScrollManagerTest::gestures()
+{
+    QFETCH(QString, settings);
+    QFETCH(QString, script);
+    QFETCH(QString, verdicts);
+    QFETCH(QString, posted);
+
+    applySettings(settings);
+    const Run run = runScript(*engine, *platform, script);
+    QCOMPARE(run.verdicts, verdicts);
+    QCOMPARE(run.posted, posted);
+    QCOMPARE(engine->isEnabled(), true);
+}
+
+void GrabScrollManagerTest::historiesKeepTheLastEightAmounts()
+{
+    applySettings(u"speed=1"_s);
+    runScript(*engine, *platform, u"down | drag 0 5"_s);
+    for (int step = 1; step <= 20; ++step)
+        engine->handleEvent(parseEvent(u"drag 0 %1"_s.arg(step)));
+
+    const auto historyY = engine->velocityHistoryY();
+    const std::vector<double> expectedY{13, 14, 15, 16, 17, 18, 19, 20};
+    QCOMPARE(std::vector<double>(historyY.begin(), historyY.end()), expectedY);
+    QCOMPARE(engine->velocityHistoryX().size(), std::size_t{8});
+}
+
+void GrabScrollManagerTest::settingsChangeTheVeryNextEvent()
+{
+    runScript(*engine, *platform, u"down | drag 0 5"_s);
+    SettingsStore::shared().setValue(SettingsKeys::enableVerticalScroll, false);
+    engine->handleEvent(parseEvent(u"drag 1 5"_s));
+    SettingsStore::shared().setValue(SettingsKeys::enableVerticalScroll, true);
+    SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 10.0);
+    engine->handleEvent(parseEvent(u"drag 0 2"_s));
+    QCOMPARE(describeAll(platform->posted),
+             u"scroll pixel 15 0 phases 1 0 1 | scroll pixel 20 0 phases 2 0 1"_s);
+}
+
+void GrabScrollManagerTest::failedScrollKeepsTheGestureUnbegun()
+{
+    platform->eventsCanBeMade = false;
+    runScript(*engine, *platform, u"down | drag 0 5"_s);
+    platform->eventsCanBeMade = true;
+    engine->handleEvent(parseEvent(u"drag 0 2"_s));
+    // The first event that could be made is still the gesture's first.
+    QCOMPARE(describeAll(platform->posted), u"scroll pixel 6 0 phases 1 0 1"_s);
+}
+
+void GrabScrollManagerTest::momentumRuns_data()
+{
+    QTest::addColumn<QString>("gesture");
+    QTest::addColumn<int>("steps");
+    QTest::addColumn<int>("sum");
+
+    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded.
+    QTest::newRow("1.0") << "down | drag 0 4 | drag 0 1 | up" << 39 << 0;
+    QTest::newRow("5.0") << "down | drag 0 5 | up" << 92 << 105;
+    QTest::newRow("10.0") << "down | drag 0 10 | up" << 115 << 255;
+    QTest::newRow("30.0") << "down | drag 0 30 | up" << 151 << 883;
+}
+
+void GrabScrollManagerTest::momentumRuns()
+{
+    QFETCH(QString, gesture);
+    QFETCH(int, steps);
+    QFETCH(int, sum);
+
+    applySettings(u"speed=1"_s);
+    runScript(*engine, *platform, gesture);
+    QVERIFY(platform->timerRunning);
+    QCOMPARE(platform->timerPeriod, std::chrono::milliseconds(16));
+
+    const std::size_t before = platform->scrolls().size();
+    int ticks = 0;
+    while (platform->timerRunning && ticks < 1000) {
+        engine->momentumTick();
+        ++ticks;
+    }
+    const std::vector<ScrollEvent> all = platform->scrolls();
+    const std::vector<ScrollEvent> momentum(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
+
+    QCOMPARE(ticks, steps + 1);
+    QCOMPARE(static_cast<int>(momentum.size()), steps + 1);
+    int total = 0;
+    for (int i = 0; i < steps; ++i) {
+        const ScrollEvent &event = momentum[static_cast<std::size_t>(i)];
+        QCOMPARE(event.horizontal, 0);
+        QVERIFY(event.phases);
+        QCOMPARE(event.phases->scrollPhase, 0);
+        QCOMPARE(event.phases->momentumPhase, i == 0 ? 1 : 2);
+        QCOMPARE(event.phases->isContinuous, 1);
+        total += event.vertical;
+    }
+    QCOMPARE(total, sum);
+    QCOMPARE(describe(momentum.back()), u"scroll pixel 0 0 phases 0 8 1"_s);
+    QVERIFY(!engine->isMomentumRunning());
+}
+
+void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne_data()
+{
+    QTest::addColumn<QString>("gesture");
+    QTest::addColumn<bool>("starts");
+
+    // Speed 0.11 with 9-point steps: amounts of 0.99 per axis.
+    QTest::newRow("(0.99, -0.99) starts nothing") << "diagonal=true speed=0.11 | down | drag 9 -9 | up" << false;
+    QTest::newRow("(0, 1.0) starts") << "speed=0.2 | down | drag 0 5 | up" << true;
+    QTest::newRow("(-1.0, 0) starts") << "speed=0.2 | down | drag -5 0 | up" << true;
+    QTest::newRow("averages over fewer than 8 steps")
+        << "speed=1 | down | drag 0 5 | drag 0 -4 | up" << false; // (5 - 4) / 2 = 0.5
+}
+
+void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne()
+{
+    QFETCH(QString, gesture);
+    QFETCH(bool, starts);
+
+    const qsizetype settingsEnd = gesture.indexOf(u'|');
+    applySettings(gesture.left(settingsEnd));
+    runScript(*engine, *platform, gesture.mid(settingsEnd + 1));
+    QCOMPARE(platform->timerRunning, starts);
+}
+
+void GrabScrollManagerTest::pressCancelsMomentumSilently()
+{
+    runScript(*engine, *platform, u"down | drag 0 10 | up"_s);
+    engine->momentumTick();
+    engine->momentumTick();
+    const std::size_t posted = platform->posted.size();
+
+    QCOMPARE(engine->handleEvent(parseEvent(u"down"_s)), Verdict::Drop);
+    QVERIFY(!platform->timerRunning);
+    engine->momentumTick(); // a firing already queued when the press came
+    QCOMPARE(platform->posted.size(), posted);
+}
+
+void GrabScrollManagerTest::momentumFollowsTheDragDirection()
+{
+    applySettings(u"reverse=false speed=2"_s);
+    runScript(*engine, *platform, u"down | drag 0 10 | up"_s);
+    engine->momentumTick();
+    // -10 * 2 = -20 average; the first step carries 0.97 of it.
+    QCOMPARE(describe(platform->posted.back()), u"scroll pixel -19 0 phases 0 1 1"_s);
+}
+
+void GrabScrollManagerTest::stopMidDragPassesTheRest()
+{
+    runScript(*engine, *platform, u"down | drag 0 6"_s);
+    engine->stop();
+    QCOMPARE(engine->state(), GrabScrollManager::State::Idle);
+    QVERIFY(!platform->installed);
+    const Run run = runScript(*engine, *platform, u"drag 0 6 | up"_s);
+    QCOMPARE(run.verdicts, u"pass pass"_s);
+}
+
+void GrabScrollManagerTest::startAndStopAreIdempotentAndLogged()
+{
+    QStringList lines;
+    Log::setObserver([&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+    engine->start();
+    QCOMPARE(platform->installCalls, 1);
+    engine->stop();
+    engine->stop();
+    QCOMPARE(platform->uninstallCalls, 1);
+    engine->start();
+    QCOMPARE(platform->installCalls, 2);
+    QCOMPARE(engine->handleEvent(parseEvent(u"timeout"_s)), Verdict::Pass);
+    QCOMPARE(platform->reenableCalls, 1);
+    Log::setObserver(nullptr);
+    QCOMPARE(lines, QStringList({u"[Kestrix] 이벤트 탭 비활성화됨"_s, u"[Kestrix] 이벤트 탭 비활성화됨"_s,
+                                 u"[Kestrix] 이벤트 탭 활성화됨"_s}));
+}
+
+void GrabScrollManagerTest::failedInstallLeavesNoHook()
+{
+    engine->stop();
+    platform->installSucceeds = false;
+    QStringList lines;
+    Log::setObserver([&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+    engine->start();
+    Log::setObserver(nullptr);
+    QVERIFY(!engine->isStarted());
+    QCOMPARE(lines, QStringList{u"[Kestrix] CGEvent tap 생성 실패 — 접근성 권한을 확인하세요."_s});
+    // A timeout notice for a hook that is not there changes nothing.
+    engine->handleEvent(parseEvent(u"timeout"_s));
+    QCOMPARE(platform->reenableCalls, 0);
+    // Disabled: everything passes and the state stays where it was.
+    engine->setEnabled(false);
+    QCOMPARE(runScript(*engine, *platform, u"down | drag 0 9 | up"_s).verdicts, u"pass pass pass"_s);
+    QCOMPARE(engine->state(), GrabScrollManager::State::Idle);
+}
+
+// Run in a child process: an absurd stored speed must stop the program with a clear line.
+static int runAbsurdSpeedScenario()
+{
+    SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 1e300);
+    RecordingPlatform platform;
+    GrabScrollManager engine(platform, platform, platform);
+    engine.start();
+    engine.handleEvent(parseEvent(u"down"_s));
+    engine.handleEvent(parseEvent(u"drag 0 5"_s));
+    return 0; // not reached
+}
+
+void GrabScrollManagerTest::absurdSpeedStopsTheProcess()
+{
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(u"KESTRIX_TEST_SCENARIO"_s, u"absurd-speed"_s);
+    environment.insert(u"ASAN_OPTIONS"_s, u"handle_abort=0"_s);
+    child.setProcessEnvironment(environment);
+    child.start(QCoreApplication::applicationFilePath(), {});
+    QVERIFY(child.waitForFinished(30000));
+    QCOMPARE(child.exitStatus(), QProcess::CrashExit);
+    QVERIFY2(child.readAllStandardError().contains("[Kestrix] Scroll amount"), "no fatal line on stderr");
+}
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    if (qgetenv("KESTRIX_TEST_SCENARIO") == "absurd-speed")
+        return runAbsurdSpeedScenario();
+    GrabScrollManagerTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "GrabScrollManagerTest.moc"
