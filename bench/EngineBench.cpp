@@ -14,7 +14,7 @@
 
 namespace {
 
-std::atomic<long> allocationCount{0};
+std::atomic<long> allocationCount { 0 };
 
 } // namespace
 
@@ -53,8 +53,8 @@ class NullPlatform final : public InputHook, public EventPoster, public Repeatin
 {
 public:
     bool install() override { return true; }
-    void uninstall() override {}
-    void reenable() override {}
+    void uninstall() override { }
+    void reenable() override { }
     std::optional<PointerLocation> currentPointerLocation() override { return std::nullopt; }
     bool postScroll(const ScrollEvent &event) override
     {
@@ -62,8 +62,8 @@ public:
         return true;
     }
     bool postRightClick(PointerLocation, std::uint64_t) override { return true; }
-    void start(std::chrono::milliseconds) override {}
-    void cancel() override {}
+    void start(std::chrono::milliseconds) override { }
+    void cancel() override { }
 
     volatile std::int64_t sink = 0;
 };
@@ -110,9 +110,7 @@ private Q_SLOTS:
         GrabScrollManager engine(platform, platform, platform);
         engine.start();
         const PointerEvent event = drag(1.0, 1.0);
-        QBENCHMARK {
-            engine.handleEvent(event);
-        }
+        QBENCHMARK { engine.handleEvent(event); }
     }
 
     void scrollStep()
@@ -123,9 +121,7 @@ private Q_SLOTS:
         engine.handleEvent(button(PointerEventType::RightMouseDown));
         engine.handleEvent(drag(0.0, 6.0));
         const PointerEvent event = drag(0.5, 2.0);
-        QBENCHMARK {
-            engine.handleEvent(event);
-        }
+        QBENCHMARK { engine.handleEvent(event); }
     }
 
     void momentumTick()
@@ -141,7 +137,8 @@ private Q_SLOTS:
             engine.handleEvent(button(PointerEventType::RightMouseUp));
         };
         flick();
-        QBENCHMARK {
+        QBENCHMARK
+        {
             if (!engine.isMomentumRunning())
                 flick();
             engine.momentumTick();
@@ -182,8 +179,7 @@ private Q_SLOTS:
     }
 
 private:
-    template<typename Step>
-    static void reportAllocations(const char *what, Step step)
+    template<typename Step> static void reportAllocations(const char *what, Step step)
     {
         for (int i = 0; i < 1000; ++i) // warm up
             step();

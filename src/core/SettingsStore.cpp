@@ -115,7 +115,7 @@ void SettingsStore::reload()
         // An empty file is an editor half-way through saving, or a user who emptied it: no values,
         // nothing to set aside.
         if (!bytes.trimmed().isEmpty()) {
-            QJsonParseError error{};
+            QJsonParseError error {};
             const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
             if (error.error != QJsonParseError::NoError) {
                 setAsideUnreadableFile(error.errorString() + " at offset "_L1 + QString::number(error.offset));
@@ -136,20 +136,21 @@ void SettingsStore::reload()
 void SettingsStore::save()
 {
     if (m_saveBlocked) {
-        logLine(u"[Kestrix] Settings file "_s + m_filePath + u" is unreadable and was not replaced; the change is kept until quit"_s);
+        logLine(u"[Kestrix] Settings file "_s + m_filePath
+            + u" is unreadable and was not replaced; the change is kept until quit"_s);
         return;
     }
     const QFileInfo info(m_filePath);
     if (!QDir().mkpath(info.absolutePath())) {
         logLine(u"[Kestrix] Settings folder "_s + info.absolutePath()
-                + u" cannot be created; the change is kept until quit"_s);
+            + u" cannot be created; the change is kept until quit"_s);
         return;
     }
     QSaveFile file(m_filePath);
-    if (!file.open(QIODevice::WriteOnly)
-        || file.write(QJsonDocument(m_values).toJson(QJsonDocument::Indented)) < 0 || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(QJsonDocument(m_values).toJson(QJsonDocument::Indented)) < 0
+        || !file.commit()) {
         logLine(u"[Kestrix] Settings file "_s + m_filePath + u" cannot be written ("_s + file.errorString()
-                + u"); the change is kept until quit"_s);
+            + u"); the change is kept until quit"_s);
     }
     watchFile();
 }
@@ -173,7 +174,7 @@ void SettingsStore::setAsideUnreadableFile(const QString &reason)
     const bool moved = QFile::rename(m_filePath, aside);
     const QString outcome = moved ? "moved to "_L1 + aside : "left in place, unreadable"_L1;
     logLine(u"[Kestrix] Settings file "_s + m_filePath + u" cannot be read ("_s + reason + u"); it was "_s + outcome
-            + u" and defaults are in use"_s);
+        + u" and defaults are in use"_s);
     // A file that could not be moved aside must not be overwritten by the next write either.
     m_saveBlocked = !moved;
 }

@@ -19,7 +19,7 @@ std::int32_t toWheelAmount(double amount)
     if (!std::isfinite(truncated) || truncated < std::numeric_limits<std::int32_t>::min()
         || truncated > std::numeric_limits<std::int32_t>::max()) {
         Log::fatal("[Kestrix] Scroll amount " + std::to_string(amount)
-                   + " does not fit a scroll event; check scrollSpeed in the settings file");
+            + " does not fit a scroll event; check scrollSpeed in the settings file");
     }
     return static_cast<std::int32_t>(truncated);
 }
@@ -48,8 +48,7 @@ GrabScrollManager::GrabScrollManager(InputHook &hook, EventPoster &poster, Repea
     : m_hook(hook)
     , m_poster(poster)
     , m_momentumTimer(momentumTimer)
-{
-}
+{ }
 
 void GrabScrollManager::start()
 {
@@ -151,7 +150,7 @@ Verdict GrabScrollManager::handleRightMouseUp()
         return Verdict::Drop;
     case State::Scrolling:
         if (ScrollConfig::momentumScroll()) {
-            m_poster.postScroll({ScrollUnit::Pixel, 0, 0, ScrollPhases{phaseEnded, 0, 1}});
+            m_poster.postScroll({ ScrollUnit::Pixel, 0, 0, ScrollPhases { phaseEnded, 0, 1 } });
             startMomentumScroll();
         }
         return Verdict::Drop;
@@ -210,13 +209,13 @@ void GrabScrollManager::postScrollEvent(double deltaX, double deltaY)
 
     if (ScrollConfig::momentumScroll()) {
         // Phased events are always in pixels; the first one of a gesture says "began".
-        const ScrollPhases phases{m_isFirstScrollEvent ? 1 : 2, 0, 1};
-        if (m_poster.postScroll({ScrollUnit::Pixel, verticalAmount, horizontalAmount, phases}))
+        const ScrollPhases phases { m_isFirstScrollEvent ? 1 : 2, 0, 1 };
+        if (m_poster.postScroll({ ScrollUnit::Pixel, verticalAmount, horizontalAmount, phases }))
             m_isFirstScrollEvent = false;
         return;
     }
     const ScrollUnit unit = ScrollConfig::usePixelScrolling() ? ScrollUnit::Pixel : ScrollUnit::Line;
-    m_poster.postScroll({unit, verticalAmount, horizontalAmount, std::nullopt});
+    m_poster.postScroll({ unit, verticalAmount, horizontalAmount, std::nullopt });
 }
 
 // Velocity is an amount per drag step, direction, speed and axis switches applied; the time
@@ -225,7 +224,7 @@ GrabScrollManager::Velocity GrabScrollManager::averageVelocity() const
 {
     if (m_velocityHistoryX.empty())
         return {};
-    return {m_velocityHistoryX.average(), m_velocityHistoryY.average()};
+    return { m_velocityHistoryX.average(), m_velocityHistoryY.average() };
 }
 
 void GrabScrollManager::startMomentumScroll()
@@ -259,7 +258,7 @@ void GrabScrollManager::momentumTick()
     m_momentumVY *= momentumDecay;
 
     if (std::abs(m_momentumVY) < momentumStopVelocity && std::abs(m_momentumVX) < momentumStopVelocity) {
-        m_poster.postScroll({ScrollUnit::Pixel, 0, 0, ScrollPhases{0, phaseEnded, 1}});
+        m_poster.postScroll({ ScrollUnit::Pixel, 0, 0, ScrollPhases { 0, phaseEnded, 1 } });
         cancelMomentum();
         return;
     }
@@ -268,7 +267,7 @@ void GrabScrollManager::momentumTick()
     m_momentumIsFirst = false;
     const std::int32_t vertical = toWheelAmount(m_momentumVY);
     const std::int32_t horizontal = toWheelAmount(m_momentumVX);
-    m_poster.postScroll({ScrollUnit::Pixel, vertical, horizontal, ScrollPhases{0, phase, 1}});
+    m_poster.postScroll({ ScrollUnit::Pixel, vertical, horizontal, ScrollPhases { 0, phase, 1 } });
 }
 
 } // namespace kestrix

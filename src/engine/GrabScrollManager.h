@@ -45,14 +45,14 @@ public:
     // one big-endian number. The hook passes events that carry it untouched.
     static constexpr std::uint64_t syntheticEventMarker = 0x4B657374726978;
 
-    static constexpr double scrollThreshold = 5.0;      // points of travel before a press scrolls
-    static constexpr double axisLockThreshold = 10.0;   // points on one axis before the lock is taken
+    static constexpr double scrollThreshold = 5.0; // points of travel before a press scrolls
+    static constexpr double axisLockThreshold = 10.0; // points on one axis before the lock is taken
     static constexpr std::size_t velocityHistoryDepth = 8;
-    static constexpr double momentumDecay = 0.97;       // velocity factor per tick
-    static constexpr std::chrono::milliseconds momentumInterval{16};
+    static constexpr double momentumDecay = 0.97; // velocity factor per tick
+    static constexpr std::chrono::milliseconds momentumInterval { 16 };
     static constexpr double momentumStartVelocity = 1.0; // amount per step needed to start momentum
-    static constexpr double momentumStopVelocity = 0.3;  // both axes below this end momentum
-    static constexpr std::int64_t phaseEnded = 8;        // scroll and momentum phase "ended"
+    static constexpr double momentumStopVelocity = 0.3; // both axes below this end momentum
+    static constexpr std::int64_t phaseEnded = 8; // scroll and momentum phase "ended"
 
     GrabScrollManager(InputHook &hook, EventPoster &poster, RepeatingTimer &momentumTimer);
     GrabScrollManager(const GrabScrollManager &) = delete;
@@ -92,10 +92,10 @@ private:
         void clear() { m_count = 0; }
         bool empty() const { return m_count == 0; }
         double average() const;
-        std::span<const double> values() const { return {m_values.data(), m_count}; }
+        std::span<const double> values() const { return { m_values.data(), m_count }; }
 
     private:
-        std::array<double, velocityHistoryDepth> m_values{};
+        std::array<double, velocityHistoryDepth> m_values {};
         std::size_t m_count = 0;
     };
 

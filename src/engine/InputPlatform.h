@@ -44,15 +44,15 @@ enum class ScrollUnit : std::uint8_t { Pixel = 0, Line = 1 };
 // The three gesture fields of a phased scroll event. Plain wheel events carry none of them.
 struct ScrollPhases
 {
-    std::int64_t scrollPhase = 0;   // 1 gesture began, 2 changed, 8 ended, 0 not a gesture step
+    std::int64_t scrollPhase = 0; // 1 gesture began, 2 changed, 8 ended, 0 not a gesture step
     std::int64_t momentumPhase = 0; // 1 momentum began, 2 continues, 8 ended, 0 no momentum
-    std::int64_t isContinuous = 0;  // 1: a precise, pixel-based device
+    std::int64_t isContinuous = 0; // 1: a precise, pixel-based device
 };
 
 struct ScrollEvent
 {
     ScrollUnit unit = ScrollUnit::Pixel;
-    std::int32_t vertical = 0;   // wheel 1: positive moves the content down
+    std::int32_t vertical = 0; // wheel 1: positive moves the content down
     std::int32_t horizontal = 0; // wheel 2: positive moves the content right
     std::optional<ScrollPhases> phases;
 };

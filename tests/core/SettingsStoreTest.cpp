@@ -1,9 +1,9 @@
 // The settings store and the scroll settings read through it: types kept apart, defaults for what
 // is absent or of the wrong type, hand edits seen at once, and a broken file never lost.
 
+#include "core/SettingsStore.h"
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
-#include "core/SettingsStore.h"
 #include "engine/ScrollConfig.h"
 
 #include <QDir>
@@ -39,10 +39,9 @@ struct ScrollSettings
 
 ScrollSettings readScrollSettings()
 {
-    return {ScrollConfig::enableVerticalScroll(), ScrollConfig::enableHorizontalScroll(),
-            ScrollConfig::diagonalScroll(),       ScrollConfig::reverseScroll(),
-            ScrollConfig::momentumScroll(),       ScrollConfig::usePixelScrolling(),
-            ScrollConfig::scrollSpeed()};
+    return { ScrollConfig::enableVerticalScroll(), ScrollConfig::enableHorizontalScroll(),
+        ScrollConfig::diagonalScroll(), ScrollConfig::reverseScroll(), ScrollConfig::momentumScroll(),
+        ScrollConfig::usePixelScrolling(), ScrollConfig::scrollSpeed() };
 }
 
 } // namespace
@@ -176,7 +175,7 @@ private Q_SLOTS:
         QVERIFY(!store.contains(SettingsKeys::scrollSpeed));
         QCOMPARE(ScrollConfig::scrollSpeed(), 3.0);
 
-        const QStringList aside = QDir(folder.path()).entryList({u"settings.json.broken-*"_s}, QDir::Files);
+        const QStringList aside = QDir(folder.path()).entryList({ u"settings.json.broken-*"_s }, QDir::Files);
         QCOMPARE(aside.size(), 1);
         QVERIFY2(lines[0].contains(aside[0]), "the log line names where the file went");
         QCOMPARE(readFile(folder.filePath(aside[0])), contents);
@@ -193,7 +192,7 @@ private Q_SLOTS:
         const QString path = folder.filePath(u"settings.json"_s);
         writeFile(path, "");
         SettingsStore store(path);
-        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList{u"settings.json"_s});
+        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList { u"settings.json"_s });
     }
 
     void unwritableFolderKeepsTheValueAndSaysSo()

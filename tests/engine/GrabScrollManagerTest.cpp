@@ -10,11 +10,11 @@
 //   click X Y                                a replayed, marked right click at X, Y
 //   scroll pixel|line V H [phases S M C]     a scroll event: vertical, horizontal, phase fields
 
+#include "engine/GrabScrollManager.h"
 #include "RecordingPlatform.h"
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
-#include "engine/GrabScrollManager.h"
 
 #include <QProcess>
 #include <QStringList>
@@ -50,7 +50,7 @@ PointerEvent parseEvent(const QString &step)
     if (verb == "down"_L1) {
         event.type = PointerEventType::RightMouseDown;
         if (words.size() == 3)
-            event.location = {number(words[1]), number(words[2])};
+            event.location = { number(words[1]), number(words[2]) };
     } else if (verb == "up"_L1) {
         event.type = PointerEventType::RightMouseUp;
     } else if (verb == "drag"_L1) {
@@ -96,10 +96,13 @@ QString describeAll(const std::vector<PostedEvent> &posted)
 void applySettings(const QString &settings)
 {
     static const QHash<QString, QLatin1StringView> keys = {
-        {u"vertical"_s, SettingsKeys::enableVerticalScroll}, {u"horizontal"_s, SettingsKeys::enableHorizontalScroll},
-        {u"diagonal"_s, SettingsKeys::diagonalScroll},       {u"reverse"_s, SettingsKeys::reverseScroll},
-        {u"momentum"_s, SettingsKeys::momentumScroll},       {u"pixels"_s, SettingsKeys::usePixelScrolling},
-        {u"speed"_s, SettingsKeys::scrollSpeed},
+        { u"vertical"_s, SettingsKeys::enableVerticalScroll },
+        { u"horizontal"_s, SettingsKeys::enableHorizontalScroll },
+        { u"diagonal"_s, SettingsKeys::diagonalScroll },
+        { u"reverse"_s, SettingsKeys::reverseScroll },
+        { u"momentum"_s, SettingsKeys::momentumScroll },
+        { u"pixels"_s, SettingsKeys::usePixelScrolling },
+        { u"speed"_s, SettingsKeys::scrollSpeed },
     };
     for (const QString &assignment : settings.split(u' ', Qt::SkipEmptyParts)) {
         const QStringList parts = assignment.split(u'=');
@@ -124,7 +127,7 @@ Run runScript(GrabScrollManager &engine, RecordingPlatform &platform, const QStr
         const Verdict verdict = engine.handleEvent(parseEvent(step));
         verdicts << (verdict == Verdict::Pass ? u"pass"_s : u"drop"_s);
     }
-    return {verdicts.join(u' '), describeAll(platform.posted)};
+    return { verdicts.join(u' '), describeAll(platform.posted) };
 }
 
 } // namespace
@@ -171,69 +174,115 @@ void GrabScrollManagerTest::gestures_data()
     QTest::addColumn<QString>("posted");
 
     // The state table.
-    QTest::newRow("drag and release without a press pass") << "" << "drag 3 4 | up" << "pass pass" << "";
+    QTest::newRow("drag and release without a press pass") << ""
+                                                           << "drag 3 4 | up"
+                                                           << "pass pass"
+                                                           << "";
     QTest::newRow("short click is replayed once, marked, at the press position")
-        << "" << "down 10 20 | drag 1 1 | drag -1 2 | up" << "drop drop drop drop" << "click 10 20";
-    QTest::newRow("press and release alone replay a click") << "" << "down 7 8 | up" << "drop drop" << "click 7 8";
-    QTest::newRow("replayed click after the engine's release goes back to idle")
-        << "" << "down 1 1 | up | drag 3 4 | up" << "drop drop pass pass" << "click 1 1";
+        << ""
+        << "down 10 20 | drag 1 1 | drag -1 2 | up"
+        << "drop drop drop drop"
+        << "click 10 20";
+    QTest::newRow("press and release alone replay a click") << ""
+                                                            << "down 7 8 | up"
+                                                            << "drop drop"
+                                                            << "click 7 8";
+    QTest::newRow("replayed click after the engine's release goes back to idle") << ""
+                                                                                 << "down 1 1 | up | drag 3 4 | up"
+                                                                                 << "drop drop pass pass"
+                                                                                 << "click 1 1";
 
     // The threshold: 5.0 points of path, summed as lengths.
-    QTest::newRow("exactly 5.0 points start scrolling")
-        << "" << "down | drag 3 4" << "drop pass" << "scroll pixel 12 9 phases 1 0 1";
-    QTest::newRow("4.99 points do not") << "" << "down | drag 4.99 0 | up" << "drop drop drop" << "click 0 0";
-    QTest::newRow("path length, not displacement, crosses the threshold")
-        << "" << "down | drag 0 3 | drag 0 -3" << "drop drop pass" << "scroll pixel -9 0 phases 1 0 1";
+    QTest::newRow("exactly 5.0 points start scrolling") << ""
+                                                        << "down | drag 3 4"
+                                                        << "drop pass"
+                                                        << "scroll pixel 12 9 phases 1 0 1";
+    QTest::newRow("4.99 points do not") << ""
+                                        << "down | drag 4.99 0 | up"
+                                        << "drop drop drop"
+                                        << "click 0 0";
+    QTest::newRow("path length, not displacement, crosses the threshold") << ""
+                                                                          << "down | drag 0 3 | drag 0 -3"
+                                                                          << "drop drop pass"
+                                                                          << "scroll pixel -9 0 phases 1 0 1";
     QTest::newRow("the crossing event scrolls by its own delta only")
-        << "" << "down | drag 0 4 | drag 0 2 | drag 0 1"
-        << "drop drop pass pass" << "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
+        << ""
+        << "down | drag 0 4 | drag 0 2 | drag 0 1"
+        << "drop drop pass pass"
+        << "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
 
     // Release of a scroll.
     QTest::newRow("release with momentum on posts the gesture end")
-        << "speed=1" << "down | drag 0 5 | drag 0 0.5 | up" << "drop pass pass drop"
+        << "speed=1"
+        << "down | drag 0 5 | drag 0 0.5 | up"
+        << "drop pass pass drop"
         << "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1";
-    QTest::newRow("release with momentum off posts nothing and is dropped")
-        << "momentum=false" << "down | drag 0 5 | up" << "drop pass drop" << "scroll pixel 15 0";
-    QTest::newRow("line units without momentum")
-        << "momentum=false pixels=false" << "down | drag 0 5 | up" << "drop pass drop" << "scroll line 15 0";
-    QTest::newRow("phased events are pixels even when lines are chosen")
-        << "pixels=false" << "down | drag 0 5" << "drop pass" << "scroll pixel 15 0 phases 1 0 1";
+    QTest::newRow("release with momentum off posts nothing and is dropped") << "momentum=false"
+                                                                            << "down | drag 0 5 | up"
+                                                                            << "drop pass drop"
+                                                                            << "scroll pixel 15 0";
+    QTest::newRow("line units without momentum") << "momentum=false pixels=false"
+                                                 << "down | drag 0 5 | up"
+                                                 << "drop pass drop"
+                                                 << "scroll line 15 0";
+    QTest::newRow("phased events are pixels even when lines are chosen") << "pixels=false"
+                                                                         << "down | drag 0 5"
+                                                                         << "drop pass"
+                                                                         << "scroll pixel 15 0 phases 1 0 1";
 
     // Axis lock, direction, speed, truncation.
-    QTest::newRow("both axes scroll until one sums 10 points")
-        << "" << "down | drag 3 4" << "drop pass" << "scroll pixel 12 9 phases 1 0 1";
+    QTest::newRow("both axes scroll until one sums 10 points") << ""
+                                                               << "down | drag 3 4"
+                                                               << "drop pass"
+                                                               << "scroll pixel 12 9 phases 1 0 1";
     QTest::newRow("a tie locks vertical, and the deciding step is already filtered")
-        << "" << "down | drag 10 10" << "drop pass" << "scroll pixel 30 0 phases 1 0 1";
-    QTest::newRow("the longer axis wins the lock")
-        << "" << "down | drag 10.5 2 | drag 4 4"
-        << "drop pass pass" << "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1";
+        << ""
+        << "down | drag 10 10"
+        << "drop pass"
+        << "scroll pixel 30 0 phases 1 0 1";
+    QTest::newRow("the longer axis wins the lock") << ""
+                                                   << "down | drag 10.5 2 | drag 4 4"
+                                                   << "drop pass pass"
+                                                   << "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1";
     QTest::newRow("the lock holds for the rest of the gesture")
-        << "" << "down | drag 0 11 | drag 20 0 | drag 1 1"
-        << "drop pass pass pass" << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
+        << ""
+        << "down | drag 0 11 | drag 20 0 | drag 1 1"
+        << "drop pass pass pass"
+        << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
     QTest::newRow("diagonal scrolling takes no lock")
-        << "diagonal=true" << "down | drag 0 11 | drag 20 1"
-        << "drop pass pass" << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1";
+        << "diagonal=true"
+        << "down | drag 0 11 | drag 20 1"
+        << "drop pass pass"
+        << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1";
     QTest::newRow("amounts truncate toward zero")
-        << "" << "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5"
+        << ""
+        << "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5"
         << "drop pass pass pass"
         << "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1";
     QTest::newRow("reverse off scrolls against the hand")
-        << "reverse=false" << "down | drag 5 0 | drag 0 1.5"
-        << "drop pass pass" << "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1";
-    QTest::newRow("amounts below one are not posted")
-        << "speed=0.2" << "down | drag 0 5 | drag 0 1 | drag 0 1"
-        << "drop pass pass pass" << "scroll pixel 1 0 phases 1 0 1";
-    QTest::newRow("both axes switched off post nothing and start no momentum")
-        << "vertical=false horizontal=false" << "down | drag 3 4 | drag 0 20 | up" << "drop pass pass drop"
-        << "scroll pixel 0 0 phases 8 0 1";
+        << "reverse=false"
+        << "down | drag 5 0 | drag 0 1.5"
+        << "drop pass pass"
+        << "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1";
+    QTest::newRow("amounts below one are not posted") << "speed=0.2"
+                                                      << "down | drag 0 5 | drag 0 1 | drag 0 1"
+                                                      << "drop pass pass pass"
+                                                      << "scroll pixel 1 0 phases 1 0 1";
+    QTest::newRow("both axes switched off post nothing and start no momentum") << "vertical=false horizontal=false"
+                                                                               << "down | drag 3 4 | drag 0 20 | up"
+                                                                               << "drop pass pass drop"
+                                                                               << "scroll pixel 0 0 phases 8 0 1";
 
     // Pass-through.
     QTest::newRow("marked events pass in every state")
-        << "" << "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up"
-        << "pass pass drop pass pass drop" << "click 4 4";
-    QTest::newRow("a press mid-gesture starts over")
-        << "" << "down | drag 0 5 | down 2 2 | drag 1 0 | up"
-        << "drop pass drop drop drop" << "scroll pixel 15 0 phases 1 0 1 | click 2 2";
+        << ""
+        << "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up"
+        << "pass pass drop pass pass drop"
+        << "click 4 4";
+    QTest::newRow("a press mid-gesture starts over") << ""
+                                                     << "down | drag 0 5 | down 2 2 | drag 1 0 | up"
+                                                     << "drop pass drop drop drop"
+                                                     << "scroll pixel 15 0 phases 1 0 1 | click 2 2";
 }
 
 void GrabScrollManagerTest::gestures()
@@ -258,9 +307,9 @@ void GrabScrollManagerTest::historiesKeepTheLastEightAmounts()
         engine->handleEvent(parseEvent(u"drag 0 %1"_s.arg(step)));
 
     const auto historyY = engine->velocityHistoryY();
-    const std::vector<double> expectedY{13, 14, 15, 16, 17, 18, 19, 20};
+    const std::vector<double> expectedY { 13, 14, 15, 16, 17, 18, 19, 20 };
     QCOMPARE(std::vector<double>(historyY.begin(), historyY.end()), expectedY);
-    QCOMPARE(engine->velocityHistoryX().size(), std::size_t{8});
+    QCOMPARE(engine->velocityHistoryX().size(), std::size_t { 8 });
 }
 
 void GrabScrollManagerTest::settingsChangeTheVeryNextEvent()
@@ -271,8 +320,7 @@ void GrabScrollManagerTest::settingsChangeTheVeryNextEvent()
     SettingsStore::shared().setValue(SettingsKeys::enableVerticalScroll, true);
     SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 10.0);
     engine->handleEvent(parseEvent(u"drag 0 2"_s));
-    QCOMPARE(describeAll(platform->posted),
-             u"scroll pixel 15 0 phases 1 0 1 | scroll pixel 20 0 phases 2 0 1"_s);
+    QCOMPARE(describeAll(platform->posted), u"scroll pixel 15 0 phases 1 0 1 | scroll pixel 20 0 phases 2 0 1"_s);
 }
 
 void GrabScrollManagerTest::failedScrollKeepsTheGestureUnbegun()
@@ -394,7 +442,8 @@ void GrabScrollManagerTest::stopMidDragPassesTheRest()
 void GrabScrollManagerTest::startAndStopAreIdempotentAndLogged()
 {
     QStringList lines;
-    Log::setObserver([&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+    Log::setObserver(
+        [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
     engine->start();
     QCOMPARE(platform->installCalls, 1);
     engine->stop();
@@ -405,8 +454,9 @@ void GrabScrollManagerTest::startAndStopAreIdempotentAndLogged()
     QCOMPARE(engine->handleEvent(parseEvent(u"timeout"_s)), Verdict::Pass);
     QCOMPARE(platform->reenableCalls, 1);
     Log::setObserver(nullptr);
-    QCOMPARE(lines, QStringList({u"[Kestrix] 이벤트 탭 비활성화됨"_s, u"[Kestrix] 이벤트 탭 비활성화됨"_s,
-                                 u"[Kestrix] 이벤트 탭 활성화됨"_s}));
+    QCOMPARE(lines,
+        QStringList({ u"[Kestrix] 이벤트 탭 비활성화됨"_s, u"[Kestrix] 이벤트 탭 비활성화됨"_s,
+            u"[Kestrix] 이벤트 탭 활성화됨"_s }));
 }
 
 void GrabScrollManagerTest::failedInstallLeavesNoHook()
@@ -414,11 +464,12 @@ void GrabScrollManagerTest::failedInstallLeavesNoHook()
     engine->stop();
     platform->installSucceeds = false;
     QStringList lines;
-    Log::setObserver([&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+    Log::setObserver(
+        [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
     engine->start();
     Log::setObserver(nullptr);
     QVERIFY(!engine->isStarted());
-    QCOMPARE(lines, QStringList{u"[Kestrix] CGEvent tap 생성 실패 — 접근성 권한을 확인하세요."_s});
+    QCOMPARE(lines, QStringList { u"[Kestrix] CGEvent tap 생성 실패 — 접근성 권한을 확인하세요."_s });
     // A timeout notice for a hook that is not there changes nothing.
     engine->handleEvent(parseEvent(u"timeout"_s));
     QCOMPARE(platform->reenableCalls, 0);

@@ -49,7 +49,7 @@ public:
     {
         if (!eventsCanBeMade)
             return false;
-        posted.emplace_back(PostedClick{location, marker});
+        posted.emplace_back(PostedClick { location, marker });
         return true;
     }
 
@@ -81,7 +81,7 @@ public:
     int uninstallCalls = 0;
     int reenableCalls = 0;
     bool timerRunning = false;
-    std::chrono::milliseconds timerPeriod{0};
+    std::chrono::milliseconds timerPeriod { 0 };
     int timerStarts = 0;
     std::vector<PostedEvent> posted;
 };
