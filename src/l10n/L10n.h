@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QString>
+
+// The catalogue of interface texts: one accessor per text of the tray menu, the preferences window
+// and the update dialogs. Each returns the text in the current language (Languages::current()),
+// read at the moment of the call; after languageDidChange, ask again.
+//
+// The log lines, the product line "Kestrix v1.0.1" and the "OK" of the no-update dialog are not
+// translated and are not here.
+namespace kestrix::L10n {
+
+// Tray menu.
+QString enabled();
+QString preferences();
+QString checkForUpdates();
+QString quit();
+
+// Preferences window.
+QString subtitle();
+QString scrollDirection();
+QString verticalScroll();
+QString momentumScroll();
+QString diagonalScroll();
+QString horizontalScroll();
+QString behavior();
+QString reverseScroll();
+QString smoothScroll();
+QString scrollSpeed();
+QString languageLabel();
+QString launchAtLogin();
+
+// Update dialogs.
+QString updateAvailable();
+QString noUpdateTitle();
+QString noUpdateMessage();
+QString download();
+QString later();
+
+// The update message with every "%@" replaced by `version`, literally: the version is not
+// interpreted, so one that contains "%" or "%@" itself appears unchanged.
+QString updateMessage(const QString &version);
+
+} // namespace kestrix::L10n
