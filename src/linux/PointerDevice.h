@@ -1,0 +1,102 @@
+#pragma once
+
+#include <linux/input.h>
+
+#include <atomic>
+#include <bitset>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+struct libevdev;
+struct libevdev_uinput;
+
+namespace kestrix {
+
+// One physical pointer taken over by Kestrix: its event node (the source), read through libevdev
+// and grabbed so nobody else sees its events, and the virtual twin made through uinput that
+// re-emits what Kestrix lets through.
+//
+// The twin has the source's name, bus, vendor, product, version and capabilities, so the desktop's
+// per-device settings and quirks apply to it as they did to the source, plus the four wheel axes
+// Kestrix scrolls with. Its phys string carries the marker, so no copy of Kestrix ever grabs it.
+//
+// Thread use: everything runs on the main thread except releaseGrab(), which the watchdog calls
+// from its own thread; the twin's output and the grab are guarded by one mutex for that.
+class PointerDevice
+{
+public:
+    // Opens the node, makes the twin, grabs nothing yet. Nothing and a reason on failure.
+    static std::unique_ptr<PointerDevice> open(const std::string &node, int dpi, std::string &error);
+    ~PointerDevice(); // releases every key held on the twin, ungrabs, destroys the twin
+    PointerDevice(const PointerDevice &) = delete;
+    PointerDevice &operator=(const PointerDevice &) = delete;
+
+    const std::string &node() const { return m_node; }
+    const std::string &twinNode() const { return m_twinNode; }
+    const std::string &name() const { return m_name; }
+    int fd() const;
+    int dpi() const { return m_dpi; }
+    // Motion counts to points: see MouseDpi.
+    double pointsPerCount() const { return m_pointsPerCount; }
+    // Plain mice report the legacy wheel only; the twin must then add the high-resolution value.
+    bool sourceHasHiResWheel() const { return m_sourceHiResWheel; }
+    bool sourceHasHiResHWheel() const { return m_sourceHiResHWheel; }
+
+    // Grabs the source, only while none of its keys or buttons is held: a press the desktop saw on
+    // the source must also reach it as a release from the source. False while one is held, or
+    // when the kernel refuses.
+    bool grab();
+    bool isGrabbed() const;
+    bool anyKeyHeld() const;
+    // Gives the source back to every reader, first releasing what is held on the twin; true when it
+    // was grabbed. `nowNs` (CLOCK_MONOTONIC) tells later frames, which other readers saw too, from
+    // earlier ones that only Kestrix saw. Called from the watchdog's thread.
+    bool releaseGrab(std::int64_t nowNs);
+    // When the watchdog released the grab (CLOCK_MONOTONIC ns), 0 while the grab stands or was
+    // released by Kestrix itself.
+    std::int64_t grabLostAt() const { return m_grabLostAtNs.load(); }
+
+    // The right button as the backend last handled it, for telling drags from plain motion.
+    bool rightHeld = false;
+
+    enum class ReadStatus : std::uint8_t { Frame, Drained, Gone };
+    // The next complete frame, up to and including its SYN_REPORT. After a SYN_DROPPED the frame is
+    // libevdev's resynchronisation: the key changes that were lost, closed by a SYN_REPORT.
+    ReadStatus readFrame(std::vector<input_event> &frame);
+
+    // Writes one frame to the twin in a single write. False when the twin refused it.
+    bool writeFrame(std::span<const input_event> frame);
+    bool twinKeyHeld(std::uint16_t code) const;
+    // Releases every key and button held on the twin, in one frame.
+    void releaseTwinKeys();
+
+private:
+    PointerDevice() = default;
+    void releaseTwinKeysLocked();
+    bool writeLocked(std::span<const input_event> frame);
+
+    std::string m_node;
+    std::string m_twinNode;
+    std::string m_name;
+    int m_dpi = 1000;
+    double m_pointsPerCount = 1.0;
+    bool m_sourceHiResWheel = false;
+    bool m_sourceHiResHWheel = false;
+    libevdev *m_source = nullptr;
+    libevdev_uinput *m_twin = nullptr;
+    int m_fd = -1;
+
+    bool m_syncing = false;
+    std::vector<input_event> m_partial;
+
+    mutable std::mutex m_outputMutex; // guards the twin's output, its key state and the grab
+    bool m_grabbed = false;
+    std::atomic<std::int64_t> m_grabLostAtNs{0};
+    std::bitset<KEY_CNT> m_twinKeys;
+};
+
+} // namespace kestrix

@@ -1,0 +1,72 @@
+#include "linux/PointerDeviceFilter.h"
+
+#include <libevdev/libevdev.h>
+#include <libudev.h>
+
+#include <cstring>
+#include <string_view>
+
+namespace kestrix::PointerDeviceFilter {
+namespace {
+
+bool isSet(udev_device *device, const char *property)
+{
+    const char *value = udev_device_get_property_value(device, property);
+    return value != nullptr && std::string_view(value) == "1";
+}
+
+bool contains(const char *text, const char *part) { return text != nullptr && std::strstr(text, part) != nullptr; }
+
+} // namespace
+
+std::string twinPhys(const char *sourcePhys)
+{
+    std::string phys = "kestrix-";
+    phys += marker;
+    phys += '/';
+    phys += sourcePhys != nullptr ? sourcePhys : "";
+    return phys;
+}
+
+bool carriesMarker(const char *phys, const char *uniq) { return contains(phys, marker) || contains(uniq, marker); }
+
+Verdict classify(udev_device *device)
+{
+    const char *node = udev_device_get_devnode(device);
+    const char *sysname = udev_device_get_sysname(device);
+    if (node == nullptr || sysname == nullptr || std::strncmp(sysname, "event", 5) != 0)
+        return Verdict::Other;
+
+    // The phys and uniq strings belong to the input device, the parent of the event node.
+    udev_device *input = udev_device_get_parent_with_subsystem_devtype(device, "input", nullptr);
+    if (input != nullptr
+        && carriesMarker(udev_device_get_sysattr_value(input, "phys"), udev_device_get_sysattr_value(input, "uniq")))
+        return Verdict::KestrixTwin;
+
+    if (!isSet(device, "ID_INPUT"))
+        return Verdict::Unclassified;
+    if (isSet(device, "ID_INPUT_TOUCHPAD") || isSet(device, "ID_INPUT_TABLET") || isSet(device, "ID_INPUT_TOUCHSCREEN")
+        || isSet(device, "ID_INPUT_JOYSTICK"))
+        return Verdict::Other;
+    if (!isSet(device, "ID_INPUT_MOUSE") && !isSet(device, "ID_INPUT_POINTINGSTICK"))
+        return Verdict::Other;
+    if (isSet(device, "ID_INPUT_KEYBOARD"))
+        return Verdict::PointerKeyboard;
+    return Verdict::Pointer;
+}
+
+Verdict classify(const libevdev *device)
+{
+    if (carriesMarker(libevdev_get_phys(device), libevdev_get_uniq(device)))
+        return Verdict::KestrixTwin;
+    const bool pointer = libevdev_has_event_code(device, EV_REL, REL_X) && libevdev_has_event_code(device, EV_REL, REL_Y)
+                         && libevdev_has_event_code(device, EV_KEY, BTN_RIGHT);
+    // Absolute axes mean a touchpad, tablet or touchscreen, whatever else the node reports.
+    if (!pointer || libevdev_has_event_type(device, EV_ABS))
+        return Verdict::Other;
+    if (libevdev_has_event_code(device, EV_KEY, KEY_A) && libevdev_has_event_code(device, EV_KEY, KEY_Z))
+        return Verdict::PointerKeyboard;
+    return Verdict::Pointer;
+}
+
+} // namespace kestrix::PointerDeviceFilter

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "engine/InputPlatform.h"
+
+#include <linux/input.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace kestrix {
+
+// Turns the engine's scroll amounts into evdev wheel events for one frame.
+//
+// Directions: the engine's vertical amount is positive when the content moves down, which is what
+// REL_WHEEL positive does (the wheel turned away from the user). Its horizontal amount is positive
+// when the content moves right, and REL_HWHEEL positive scrolls right, that is moves the content
+// left: the horizontal sign is flipped here. With reverse scrolling on, the engine's amounts carry
+// the hand's direction, so the content follows the hand on both axes.
+//
+// Units: 120 high-resolution units are one wheel detent. Pixel amounts are scaled by
+// hiResUnitsPerPixel; fractions of a unit are carried per axis to the next event. The legacy
+// REL_WHEEL/REL_HWHEEL click goes out in the same frame each time the high-resolution total of the
+// current direction crosses a multiple of 120, the remainder carried, as the kernel's own hi-res
+// drivers do. Line amounts are whole detents: n clicks and n x 120 high-resolution units.
+//
+// The phase, momentum-phase and continuous fields have no evdev form: Linux consumers see plain,
+// smooth wheel motion and never the gesture boundaries.
+class WheelEncoder
+{
+public:
+    // A browser scrolls about 50 to 60 pixels per detent, so 120 / 55 units per pixel make a page
+    // at speed 1.0 move about as far as the hand that drags it.
+    static constexpr double hiResUnitsPerPixel = 120.0 / 55.0;
+    static constexpr std::int32_t unitsPerDetent = 120;
+
+    // Up to four wheel events and the SYN_REPORT that closes the frame.
+    using Frame = std::array<input_event, 5>;
+
+    // Fills `frame` and returns its length including SYN_REPORT, or 0 when the amounts move no
+    // wheel at all (a zero event, or a fraction still being carried). Returns nothing and changes
+    // nothing when the amount does not fit an evdev value.
+    std::optional<std::size_t> encode(ScrollUnit unit, std::int32_t vertical, std::int32_t horizontal, Frame &frame);
+
+    // Forgets carried fractions and remainders, for a fresh gesture.
+    void reset();
+
+private:
+    struct Axis
+    {
+        double fraction = 0.0;       // high-resolution units not yet sent
+        std::int64_t remainder = 0;  // high-resolution units sent since the last legacy click
+    };
+    struct AxisOutput
+    {
+        std::int64_t hiRes = 0;
+        std::int64_t clicks = 0;
+    };
+    static AxisOutput step(Axis &axis, ScrollUnit unit, std::int64_t amount);
+
+    Axis m_vertical;
+    Axis m_horizontal;
+};
+
+} // namespace kestrix
