@@ -1,0 +1,183 @@
+// Launch at login against a real autostart folder (this test's own $XDG_CONFIG_HOME).
+
+#include "desktop/LaunchAtLoginHelper.h"
+#include "core/Log.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTest>
+
+#include <unistd.h>
+
+using namespace kestrix;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+void writeFile(const QString &path, const QByteArray &contents)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(contents);
+}
+
+QString autostartFolder() { return QFileInfo(LaunchAtLoginHelper::autostartEntryPath()).absolutePath(); }
+
+} // namespace
+
+class LaunchAtLoginHelperTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    QStringList m_log;
+
+    QStringList errorLines() const { return m_log.filter(u"[Kestrix] Launch at login error: "_s); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(qEnvironmentVariableIsSet("XDG_CONFIG_HOME"));
+        QVERIFY(LaunchAtLoginHelper::autostartEntryPath().startsWith(qEnvironmentVariable("XDG_CONFIG_HOME")));
+        QVERIFY(LaunchAtLoginHelper::autostartEntryPath().endsWith(u"/autostart/com.orvane.kestrix.desktop"_s));
+        Log::setObserver(
+            [this](std::string_view line) { m_log += QString::fromUtf8(line.data(), qsizetype(line.size())); });
+    }
+
+    void init()
+    {
+        m_log.clear();
+        QFile::setPermissions(autostartFolder(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFileInfo folder(autostartFolder());
+        if (folder.isDir())
+            QVERIFY(QDir(autostartFolder()).removeRecursively());
+        else
+            QFile::remove(autostartFolder());
+        SettingsStore::shared().clear();
+    }
+
+    void enableWritesAnEntryThatReadsBackAndDisableRemovesIt()
+    {
+        QVERIFY(!LaunchAtLoginHelper::isEnabled());
+        LaunchAtLoginHelper::setEnabled(true);
+        QVERIFY(LaunchAtLoginHelper::isEnabled());
+        QCOMPARE(SettingsStore::shared().boolValue(SettingsKeys::launchAtLogin), std::optional<bool>(true));
+
+        QFile entry(LaunchAtLoginHelper::autostartEntryPath());
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        const QByteArray text = entry.readAll();
+        QVERIFY(text.startsWith("[Desktop Entry]\n"));
+        QVERIFY(text.contains("\nType=Application\n"));
+        QVERIFY(
+            text.contains("\nExec=" + LaunchAtLoginHelper::execLine(QCoreApplication::applicationFilePath()).toUtf8()));
+
+        LaunchAtLoginHelper::setEnabled(true); // again: still one entry, still enabled
+        QVERIFY(LaunchAtLoginHelper::isEnabled());
+
+        LaunchAtLoginHelper::setEnabled(false);
+        QVERIFY(!QFile::exists(LaunchAtLoginHelper::autostartEntryPath()));
+        QVERIFY(!LaunchAtLoginHelper::isEnabled());
+        QCOMPARE(SettingsStore::shared().boolValue(SettingsKeys::launchAtLogin), std::optional<bool>(false));
+
+        LaunchAtLoginHelper::setEnabled(false); // nothing to remove is no failure
+        QCOMPARE(SettingsStore::shared().boolValue(SettingsKeys::launchAtLogin), std::optional<bool>(false));
+        QVERIFY(errorLines().isEmpty());
+    }
+
+    // "Enabled" is the live state of whatever entry is there, also one the desktop's own autostart
+    // settings wrote or switched off.
+    void liveStateOfAnExistingEntry_data()
+    {
+        QTest::addColumn<QByteArray>("entry");
+        QTest::addColumn<bool>("enabled");
+        const QByteArray head = "[Desktop Entry]\nType=Application\nName=Kestrix\n";
+        QTest::newRow("installed program") << head + "Exec=/usr/bin/kestrix\n" << true;
+        QTest::newRow("program on the path") << head + "Exec=kestrix\n" << true;
+        QTest::newRow("quoted path with a space") << head + "Exec=\"/opt/my apps/kestrix\"\n" << true;
+        QTest::newRow("hidden") << head + "Exec=/usr/bin/kestrix\nHidden=true\n" << false;
+        QTest::newRow("switched off in GNOME") << head + "Exec=kestrix\nX-GNOME-Autostart-enabled=false\n" << false;
+        QTest::newRow("another program") << head + "Exec=/usr/bin/firefox\n" << false;
+        QTest::newRow("no Exec") << head << false;
+        QTest::newRow("unterminated quote") << head + "Exec=\"/usr/bin/kestrix\n" << false;
+        QTest::newRow("Exec of another group") << head + "[Desktop Action x]\nExec=kestrix\n" << false;
+        QTest::newRow("Hidden of another group") << head + "Exec=kestrix\n[Desktop Action x]\nHidden=true\n" << true;
+    }
+
+    void liveStateOfAnExistingEntry()
+    {
+        QFETCH(QByteArray, entry);
+        QFETCH(bool, enabled);
+        writeFile(LaunchAtLoginHelper::autostartEntryPath(), entry);
+        QCOMPARE(LaunchAtLoginHelper::isEnabled(), enabled);
+    }
+
+    // The Exec value must start exactly this program, whatever its path holds.
+    void execLineRoundTrip_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QString>("exec");
+        QTest::newRow("plain") << u"/usr/bin/kestrix"_s << u"/usr/bin/kestrix"_s;
+        QTest::newRow("space") << u"/home/a b/kestrix"_s << u"\"/home/a b/kestrix\""_s;
+        QTest::newRow("dollar and quote") << u"/tmp/$x\"y/kestrix"_s << u"\"/tmp/\\$x\\\"y/kestrix\""_s;
+        QTest::newRow("backslash") << u"/tmp/a\\b/kestrix"_s << u"\"/tmp/a\\\\b/kestrix\""_s;
+        QTest::newRow("percent") << u"/tmp/100%/kestrix"_s << u"/tmp/100%%/kestrix"_s;
+    }
+
+    void execLineRoundTrip()
+    {
+        QFETCH(QString, program);
+        QFETCH(QString, exec);
+        QCOMPARE(LaunchAtLoginHelper::execLine(program), exec);
+        QCOMPARE(LaunchAtLoginHelper::execProgram(exec), program);
+    }
+
+    // A failure is logged with the reason, and the key keeps its last value.
+    void failuresLogAndLeaveTheKey_data()
+    {
+        QTest::addColumn<bool>("enable");
+        QTest::addColumn<QString>("obstacle");
+        QTest::newRow("enable, autostart is a file") << true << u"file"_s;
+        QTest::newRow("disable, entry is a folder") << false << u"entry-folder"_s;
+        QTest::newRow("enable, read-only folder") << true << u"read-only"_s;
+        QTest::newRow("disable, read-only folder") << false << u"read-only"_s;
+    }
+
+    void failuresLogAndLeaveTheKey()
+    {
+        QFETCH(bool, enable);
+        QFETCH(QString, obstacle);
+        if (obstacle == "read-only"_L1 && ::geteuid() == 0)
+            QSKIP("root writes into read-only folders");
+
+        SettingsStore::shared().setValue(SettingsKeys::launchAtLogin, !enable);
+        if (obstacle == "file"_L1) {
+            writeFile(autostartFolder(), "not a folder");
+        } else if (obstacle == "entry-folder"_L1) {
+            writeFile(LaunchAtLoginHelper::autostartEntryPath() + "/inside"_L1, "x");
+        } else {
+            if (!enable)
+                writeFile(LaunchAtLoginHelper::autostartEntryPath(), "[Desktop Entry]\nExec=kestrix\n");
+            QDir().mkpath(autostartFolder());
+            QVERIFY(QFile::setPermissions(autostartFolder(), QFile::ReadOwner | QFile::ExeOwner));
+        }
+
+        LaunchAtLoginHelper::setEnabled(enable);
+        QCOMPARE(errorLines().size(), 1);
+        QVERIFY2(errorLines().first().size() > u"[Kestrix] Launch at login error: "_s.size(), "the reason is missing");
+        QCOMPARE(SettingsStore::shared().boolValue(SettingsKeys::launchAtLogin), std::optional<bool>(!enable));
+    }
+
+    void cleanupTestCase()
+    {
+        QFile::setPermissions(autostartFolder(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        Log::setObserver(nullptr);
+    }
+};
+
+QTEST_GUILESS_MAIN(LaunchAtLoginHelperTest)
+#include "LaunchAtLoginHelperTest.moc"
