@@ -19,10 +19,13 @@ using namespace Qt::StringLiterals;
 
 struct Row
 {
-    Language language;
+    Language language = Language::English;
     QStringView text;
 };
 using Table = std::array<Row, Languages::count>;
+
+// One row per line, the texts aligned in a column for review.
+// clang-format off
 
 // enabled (tray menu, the check item that turns scrolling on and off; names the state the check mark shows).
 constexpr Table enabledTexts = {{
@@ -1211,6 +1214,8 @@ constexpr Table laterTexts = {{
     {Language::Malayalam,  u"പിന്നീട്"},
     {Language::Burmese,    u"နောက်မှ"},
 }};
+
+// clang-format on
 
 // Indexed by Key.
 constexpr std::array<const Table *, keyCount> tables = {

@@ -15,16 +15,18 @@
 namespace kestrix::L10n {
 
 // The keys, in the order the catalogue declares them.
+// clang-format off
 enum class Key : std::uint8_t {
     Enabled, Preferences, CheckForUpdates, Quit, Subtitle, ScrollDirection, VerticalScroll, MomentumScroll,
     DiagonalScroll, HorizontalScroll, Behavior, ReverseScroll, SmoothScroll, ScrollSpeed, LanguageLabel,
     LaunchAtLogin, UpdateAvailable, UpdateMessage, NoUpdateTitle, NoUpdateMessage, Download, Later
 };
+// clang-format on
 
 inline constexpr std::size_t keyCount = 22;
 
 inline constexpr std::array<Key, keyCount> allKeys = [] {
-    std::array<Key, keyCount> keys{};
+    std::array<Key, keyCount> keys {};
     for (std::size_t i = 0; i < keyCount; ++i)
         keys[i] = static_cast<Key>(i);
     return keys;

@@ -18,8 +18,8 @@ QString tr(Key key)
         text = cell(key, Language::English);
     if (text.isEmpty()) {
         const QLatin1StringView name = keyName(key);
-        Log::fatal("[Kestrix] L10n: no English text for \"" + std::string(name.data(), std::size_t(name.size()))
-                   + "\"");
+        Log::fatal(
+            "[Kestrix] L10n: no English text for \"" + std::string(name.data(), std::size_t(name.size())) + "\"");
     }
     return text.toString();
 }

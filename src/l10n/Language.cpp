@@ -10,12 +10,13 @@ using namespace Qt::StringLiterals;
 
 struct LanguageInfo
 {
-    Language language;
+    Language language = Language::English;
     QLatin1StringView code;
     QStringView name;
 };
 
 // One row per language, in allCases order (checked below).
+// clang-format off
 constexpr std::array<LanguageInfo, Languages::count> infos = {{
     {Language::English, "en"_L1, u"English"},
     {Language::Korean, "ko"_L1, u"한국어"},
@@ -68,6 +69,7 @@ constexpr std::array<LanguageInfo, Languages::count> infos = {{
     {Language::Malayalam, "ml"_L1, u"മലയാളം"},
     {Language::Burmese, "my"_L1, u"မြန်မာ"},
 }};
+// clang-format on
 
 constexpr bool rowsFollowAllCases()
 {

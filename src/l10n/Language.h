@@ -13,6 +13,7 @@ namespace kestrix {
 
 // The interface languages. The order is fixed: it is the order of the language pop-up and of every
 // row of the string catalogue, so a new language is appended, never inserted.
+// clang-format off
 enum class Language : std::uint8_t {
     English, Korean, Chinese, Spanish, Arabic, Portuguese, Russian, Japanese,
     German, French, Turkish, Vietnamese, Italian, Thai, Polish, Dutch, Indonesian, Hindi, Hebrew, Persian, Romanian,
@@ -20,6 +21,7 @@ enum class Language : std::uint8_t {
     Urdu, Swahili, Slovak, Croatian, Bulgarian, Serbian, Lithuanian, Slovenian, Latvian, Estonian, Catalan, Marathi,
     Gujarati, Kannada, Malayalam, Burmese
 };
+// clang-format on
 
 namespace Languages {
 
@@ -27,7 +29,7 @@ inline constexpr std::size_t count = 50;
 
 // Every language in declaration order: the pop-up order and the row order of every catalogue table.
 inline constexpr std::array<Language, count> allCases = [] {
-    std::array<Language, count> cases{};
+    std::array<Language, count> cases {};
     for (std::size_t i = 0; i < count; ++i)
         cases[i] = static_cast<Language>(i);
     return cases;

@@ -1,0 +1,323 @@
+// The catalogue: every one of the 50 x 22 cells checked for what a translator can get wrong
+// (blanks, the placeholder, the closing "...", length, script and direction), and the lookup seen
+// from outside: it follows the stored language at once and falls back to English.
+
+#include "l10n/Catalogue.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+#include "l10n/L10n.h"
+
+#include <QSignalSpy>
+#include <QTest>
+
+using namespace kestrix;
+using namespace kestrix::L10n;
+using namespace Qt::StringLiterals;
+
+Q_DECLARE_METATYPE(kestrix::Language)
+Q_DECLARE_METATYPE(kestrix::L10n::Key)
+
+namespace {
+
+// The longest text must fit the narrowest place it is shown (a line of an alert).
+constexpr qsizetype maximumLength = 67;
+constexpr QChar zeroWidthNonJoiner(0x200C);
+
+// Each accessor with the key it must show, so that a crossed wire (quit() showing the preferences
+// text) is caught. updateMessage() is checked on its own.
+struct Accessor
+{
+    Key key;
+    QString (*text)();
+};
+const Accessor accessors[] = {
+    { Key::Enabled, &L10n::enabled },
+    { Key::Preferences, &L10n::preferences },
+    { Key::CheckForUpdates, &L10n::checkForUpdates },
+    { Key::Quit, &L10n::quit },
+    { Key::Subtitle, &L10n::subtitle },
+    { Key::ScrollDirection, &L10n::scrollDirection },
+    { Key::VerticalScroll, &L10n::verticalScroll },
+    { Key::MomentumScroll, &L10n::momentumScroll },
+    { Key::DiagonalScroll, &L10n::diagonalScroll },
+    { Key::HorizontalScroll, &L10n::horizontalScroll },
+    { Key::Behavior, &L10n::behavior },
+    { Key::ReverseScroll, &L10n::reverseScroll },
+    { Key::SmoothScroll, &L10n::smoothScroll },
+    { Key::ScrollSpeed, &L10n::scrollSpeed },
+    { Key::LanguageLabel, &L10n::languageLabel },
+    { Key::LaunchAtLogin, &L10n::launchAtLogin },
+    { Key::UpdateAvailable, &L10n::updateAvailable },
+    { Key::NoUpdateTitle, &L10n::noUpdateTitle },
+    { Key::NoUpdateMessage, &L10n::noUpdateMessage },
+    { Key::Download, &L10n::download },
+    { Key::Later, &L10n::later },
+};
+static_assert(std::size(accessors) == keyCount - 1);
+
+bool isRightToLeft(Language language)
+{
+    return language == Language::Arabic || language == Language::Hebrew || language == Language::Persian
+        || language == Language::Urdu;
+}
+
+// The languages whose spelling needs the zero-width non-joiner.
+bool usesNonJoiner(Language language)
+{
+    return language == Language::Persian || language == Language::Telugu || language == Language::Kannada
+        || language == Language::Malayalam;
+}
+
+// Japanese mixes kana with kanji; they count as one script here.
+QChar::Script scriptGroup(char32_t c)
+{
+    const QChar::Script script = QChar::script(c);
+    return script == QChar::Script_Hiragana || script == QChar::Script_Katakana ? QChar::Script_Han : script;
+}
+
+// The script of a language: that of the first letter of its own name.
+QChar::Script scriptOf(Language language)
+{
+    for (const char32_t c : Languages::displayName(language).toUcs4()) {
+        if (QChar::isLetter(c))
+            return scriptGroup(c);
+    }
+    return QChar::Script_Unknown;
+}
+
+// The paragraph direction a renderer picks for the text: that of its first strong character.
+bool startsRightToLeft(const QString &text)
+{
+    for (const char32_t c : text.toUcs4()) {
+        const QChar::Direction direction = QChar::direction(c);
+        if (direction == QChar::DirR || direction == QChar::DirAL)
+            return true;
+        if (direction == QChar::DirL)
+            return false;
+    }
+    return false;
+}
+
+// Everything wrong with one cell, as readable complaints; empty when the cell is fine.
+QStringList faultsOf(Key key, Language language)
+{
+    const QString text = cell(key, language).toString();
+    const QList<uint> codePoints = text.toUcs4();
+    QStringList faults;
+    if (text.isEmpty())
+        return { u"empty"_s };
+
+    if (text.front().isSpace() || text.back().isSpace())
+        faults << u"blank at an end"_s;
+    for (qsizetype i = 1; i < text.size(); ++i) {
+        if (text[i].isSpace() && text[i - 1].isSpace())
+            faults << u"two blanks in a row"_s;
+    }
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (c == zeroWidthNonJoiner) {
+            // It only ever sits inside a word, between a letter (or its vowel sign) and a letter.
+            const bool inWord = i > 0 && i + 1 < text.size() && (text[i - 1].isLetter() || text[i - 1].isMark())
+                && text[i + 1].isLetter();
+            if (!inWord || !usesNonJoiner(language))
+                faults << u"zero-width non-joiner out of place"_s;
+        } else if (c.category() == QChar::Other_Control || c.category() == QChar::Other_Format) {
+            faults << u"invisible character U+%1"_s.arg(uint(c.unicode()), 4, 16, QChar(u'0'));
+        }
+    }
+    if (codePoints.size() > maximumLength)
+        faults << u"%1 characters"_s.arg(codePoints.size());
+
+    const qsizetype placeholders = text.count(placeholder);
+    if (key == Key::UpdateMessage ? placeholders != 1 : placeholders != 0)
+        faults << u"%1 placeholders"_s.arg(placeholders);
+    if (text.count(u'%') != placeholders)
+        faults << u"stray %"_s;
+
+    const bool opensAWindow = key == Key::Preferences || key == Key::CheckForUpdates;
+    if (opensAWindow != (text.endsWith("..."_L1) && !text.endsWith("...."_L1)))
+        faults << u"three full stops only and always after preferences and checkForUpdates"_s;
+    if (text.contains(QChar(0x2026)))
+        faults << u"ellipsis character instead of three full stops"_s;
+
+    if (startsRightToLeft(text) != isRightToLeft(language))
+        faults << u"wrong direction"_s;
+    const QChar::Script script = scriptOf(language);
+    if (std::none_of(codePoints.cbegin(), codePoints.cend(),
+            [script](uint c) { return QChar::isLetter(c) && scriptGroup(c) == script; }))
+        faults << u"not in the language's own script"_s;
+
+    // Persian and Urdu write their own yeh and keheh; the Arabic letters look alike but sort,
+    // search and sometimes render differently.
+    if ((language == Language::Persian || language == Language::Urdu)
+        && (text.contains(QChar(0x064A)) || text.contains(QChar(0x0643))))
+        faults << u"Arabic yeh or kaf in Persian or Urdu"_s;
+    return faults;
+}
+
+void selectLanguage(const QString &code) { SettingsStore::shared().setValue(SettingsKeys::language, code); }
+
+} // namespace
+
+class CatalogueTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { SettingsStore::shared().clear(); }
+
+    void everyCellIsFit_data()
+    {
+        QTest::addColumn<Language>("language");
+        for (const Language language : Languages::allCases)
+            QTest::newRow(Languages::rawValue(language).data()) << language;
+    }
+
+    void everyCellIsFit()
+    {
+        QFETCH(Language, language);
+        QStringList report;
+        for (const Key key : allKeys) {
+            const QStringList faults = faultsOf(key, language);
+            if (!faults.isEmpty())
+                report << keyName(key) + ": "_L1 + faults.join(u", "_s);
+        }
+        QVERIFY2(report.isEmpty(), qPrintable(report.join(u"; "_s)));
+    }
+
+    // A row copied from English instead of translated. A few words are the language's own too
+    // (Danish "Download", Dutch "Later"), so two matches are allowed.
+    void everyLanguageIsTranslated()
+    {
+        for (const Language language : Languages::allCases) {
+            if (language == Language::English)
+                continue;
+            int sameAsEnglish = 0;
+            for (const Key key : allKeys)
+                sameAsEnglish += cell(key, language) == cell(key, Language::English) ? 1 : 0;
+            QVERIFY2(sameAsEnglish <= 2, Languages::rawValue(language).data());
+        }
+    }
+
+    // Texts that are fixed for these languages, word for word.
+    void requiredTexts_data()
+    {
+        QTest::addColumn<Key>("key");
+        QTest::addColumn<Language>("language");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("ko enabled") << Key::Enabled << Language::Korean << u"활성화"_s;
+        QTest::newRow("da download") << Key::Download << Language::Danish << u"Download"_s;
+        QTest::newRow("nl later") << Key::Later << Language::Dutch << u"Later"_s;
+        QTest::newRow("ko updateMessage")
+            << Key::UpdateMessage << Language::Korean << u"새 버전 %@이(가) 있습니다. 다운로드하시겠습니까?"_s;
+        QTest::newRow("ja updateMessage") << Key::UpdateMessage << Language::Japanese
+                                          << u"新しいバージョン %@ が利用可能です。ダウンロードしますか？"_s;
+        QTest::newRow("ru updateMessage")
+            << Key::UpdateMessage << Language::Russian << u"Доступна новая версия %@. Хотите загрузить?"_s;
+    }
+
+    void requiredTexts()
+    {
+        QFETCH(Key, key);
+        QFETCH(Language, language);
+        QFETCH(QString, expected);
+        QCOMPARE(cell(key, language).toString(), expected);
+    }
+
+    void nothingStoredShowsEnglish()
+    {
+        QCOMPARE(L10n::quit(), u"Quit"_s);
+        QCOMPARE(L10n::preferences(), u"Preferences..."_s);
+        for (const Accessor &accessor : accessors)
+            QCOMPARE(accessor.text(), cell(accessor.key, Language::English).toString());
+    }
+
+    void everyAccessorShowsItsKeyInEveryLanguage()
+    {
+        for (const Language language : Languages::allCases) {
+            selectLanguage(Languages::rawValue(language));
+            for (const Accessor &accessor : accessors) {
+                QVERIFY2(accessor.text() == cell(accessor.key, language),
+                    qPrintable(Languages::rawValue(language) + u' ' + keyName(accessor.key)));
+            }
+        }
+    }
+
+    void lookupFollowsTheStoredLanguageAtOnce()
+    {
+        selectLanguage(u"ko"_s);
+        QCOMPARE(L10n::enabled(), u"활성화"_s);
+        selectLanguage(u"de"_s);
+        QCOMPARE(L10n::enabled(), cell(Key::Enabled, Language::German).toString());
+        QVERIFY(L10n::enabled() != u"활성화"_s);
+        SettingsStore::shared().remove(SettingsKeys::language);
+        QCOMPARE(L10n::enabled(), u"Enabled"_s);
+    }
+
+    void unknownCodesShowEnglishAndAreLeftAlone_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::newRow("unknown") << u"xx"_s;
+        QTest::newRow("region") << u"en-US"_s;
+        QTest::newRow("other region") << u"ko-KR"_s;
+        QTest::newRow("upper case") << u"DE"_s;
+        QTest::newRow("empty") << QString();
+    }
+
+    void unknownCodesShowEnglishAndAreLeftAlone()
+    {
+        QFETCH(QString, code);
+        selectLanguage(code);
+        QSignalSpy writes(&SettingsStore::shared(), &SettingsStore::changed);
+
+        for (const Accessor &accessor : accessors)
+            QCOMPARE(accessor.text(), cell(accessor.key, Language::English).toString());
+        QCOMPARE(L10n::updateMessage(u"2.0"_s), u"A new version 2.0 is available. Would you like to download it?"_s);
+
+        QCOMPARE(writes.count(), 0);
+        QCOMPARE(SettingsStore::shared().stringValue(SettingsKeys::language), std::optional(code));
+    }
+
+    void updateMessageInsertsTheVersionLiterally_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("plain") << u"en"_s << u"1.2.0"_s
+                               << u"A new version 1.2.0 is available. Would you like to download it?"_s;
+        QTest::newRow("empty keeps both blanks")
+            << u"en"_s << QString() << u"A new version  is available. Would you like to download it?"_s;
+        QTest::newRow("placeholder in the version")
+            << u"en"_s << u"%@"_s << u"A new version %@ is available. Would you like to download it?"_s;
+        QTest::newRow("percent signs") << u"en"_s << u"2.0%1%s%"_s
+                                       << u"A new version 2.0%1%s% is available. Would you like to download it?"_s;
+        QTest::newRow("Korean") << u"ko"_s << u"1.2.0"_s << u"새 버전 1.2.0이(가) 있습니다. 다운로드하시겠습니까?"_s;
+        QTest::newRow("Japanese") << u"ja"_s << u"3.0"_s
+                                  << u"新しいバージョン 3.0 が利用可能です。ダウンロードしますか？"_s;
+    }
+
+    void updateMessageInsertsTheVersionLiterally()
+    {
+        QFETCH(QString, code);
+        QFETCH(QString, version);
+        QFETCH(QString, expected);
+        selectLanguage(code);
+        QCOMPARE(L10n::updateMessage(version), expected);
+    }
+
+    void updateMessageCarriesTheVersionInEveryLanguage()
+    {
+        const QString version = u"10.20.30-beta"_s;
+        for (const Language language : Languages::allCases) {
+            selectLanguage(Languages::rawValue(language));
+            const QString message = L10n::updateMessage(version);
+            const QByteArray where = Languages::rawValue(language).data();
+            QVERIFY2(message.count(version) == 1, where.constData());
+            QVERIFY2(!message.contains(placeholder), where.constData());
+            QCOMPARE(message.size(), cell(Key::UpdateMessage, language).size() - placeholder.size() + version.size());
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(CatalogueTest)
+#include "CatalogueTest.moc"
