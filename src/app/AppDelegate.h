@@ -1,0 +1,49 @@
+#pragma once
+
+#include "desktop/AccessibilityHelper.h"
+
+#include <QObject>
+#include <QString>
+
+namespace kestrix {
+
+class GrabScrollManager;
+
+// What the running application does once, in order, when input access is granted, besides starting
+// the engine. Tests replace them; the defaults are the real ones.
+struct LaunchServices
+{
+    AccessibilityHelper::Access access = AccessibilityHelper::systemAccess();
+};
+
+// Orders the life of the running application. Nothing of the interface and nothing of the engine
+// exists until input access is granted; the wait may last for the life of the process.
+//   waiting     launched, access not yet granted: no tray icon, engine stopped
+//   running     engine started, tray icon shown
+//   terminating engine stopped (also when it never started: stopping twice is harmless)
+class AppDelegate final : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit AppDelegate(GrabScrollManager &manager, LaunchServices services = {}, QObject *parent = nullptr);
+    ~AppDelegate() override;
+
+    // Once the event loop runs: logs the start line and waits for input access; then starts the
+    // engine, builds the tray menu, sends "app_launch" and checks for updates silently.
+    void applicationDidFinishLaunching();
+    // Before the process ends: stops the engine, which releases every grab.
+    void applicationWillTerminate();
+
+Q_SIGNALS:
+    // Access was granted and everything above has started.
+    void launchCompleted();
+
+private:
+    void accessGranted();
+
+    GrabScrollManager &m_manager;
+    LaunchServices m_services;
+};
+
+} // namespace kestrix
