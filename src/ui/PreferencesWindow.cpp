@@ -1,0 +1,622 @@
+#include "ui/PreferencesWindow.h"
+
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+#include "desktop/LaunchAtLoginHelper.h"
+#include "engine/ScrollConfig.h"
+#include "l10n/L10n.h"
+#include "l10n/Language.h"
+#include "net/Analytics.h"
+#include "net/AppInfo.h"
+#include "ui/AppStyle.h"
+#include "ui/CardView.h"
+#include "ui/GradientView.h"
+#include "ui/WindowChrome.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLocale>
+#include <QMouseEvent>
+#include <QSlider>
+#include <QUrl>
+#include <QVBoxLayout>
+#include <QWindow>
+
+#include <cmath>
+
+namespace kestrix {
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The layout, in logical pixels.
+constexpr int sideMargin = 24; // window edge to card, card edge to its contents
+constexpr int cardTopGap = 16; // header band to the first card
+constexpr int cardGap = 10; // between cards
+constexpr int cardInnerMargin = 14; // card top and bottom to its first and last row
+constexpr int afterSectionLabel = 8; // section label to the first checkbox
+constexpr int betweenCheckboxes = 6; //
+constexpr int beforeSpeedRow = 10; // last checkbox to the speed row
+constexpr int speedTitleToSlider = 8; //
+constexpr int sliderToValue = 6; //
+constexpr int sliderWidth = 200; //
+constexpr int minimumSliderWidth = 100; //
+constexpr int langLabelToPopup = 12; //
+constexpr int popupWidth = 160; //
+constexpr int footerGap = 12; // last card to the footer
+constexpr int titleTop = 36; // header top to the title's top
+constexpr int titleToSubtitle = 2; //
+constexpr int closeButtonInset = 8; // header top and trailing edge to the close button
+
+// Font sizes, in the design's points (logical pixels).
+constexpr int titlePoints = 18;
+constexpr int subtitlePoints = 11;
+constexpr int controlPoints = 13;
+constexpr int sectionPoints = 12;
+constexpr int footerPoints = 11;
+
+constexpr int subtitleAlpha = 204; // white at 80 %
+
+// Scripts drawn taller than Latin (Burmese, Kannada, Thai) and long translations must still fit
+// the fixed window: their texts get smaller, a pixel at a time, down to these limits.
+constexpr int maximumShrink = 3; // pixels off every card text when the cards are too tall
+constexpr int minimumTextSize = 10; // no card text below this
+constexpr int minimumTitleTop = 28; // the header's top strip never shrinks below the close button
+constexpr int cardContentWidth = PreferencesWindow::windowWidth - 4 * sideMargin;
+constexpr int speedValueWidth = 32; // room kept for "50.0" when fitting the speed title
+
+QString languageCodeAt(int index)
+{
+    if (index < 0 || static_cast<std::size_t>(index) >= Languages::allCases.size())
+        return u"en"_s;
+    return Languages::rawValue(Languages::allCases[static_cast<std::size_t>(index)]);
+}
+
+void setTextColor(QWidget *widget, const QColor &color)
+{
+    QPalette palette = widget->palette();
+    palette.setColor(QPalette::WindowText, color);
+    palette.setColor(QPalette::Text, color);
+    widget->setPalette(palette);
+}
+
+// A light palette of its own, so the white cards stay readable under a dark desktop theme; the
+// accent (ticks, slider track, selection) is the window's purple.
+QPalette contentPalette(const QPalette &base)
+{
+    QPalette palette = base;
+    const QColor text(29, 29, 31);
+    palette.setColor(QPalette::Window, AppStyle::bgStart);
+    palette.setColor(QPalette::WindowText, text);
+    palette.setColor(QPalette::Base, Qt::white);
+    palette.setColor(QPalette::AlternateBase, AppStyle::bgStart);
+    palette.setColor(QPalette::Text, text);
+    palette.setColor(QPalette::Button, QColor(246, 245, 250));
+    palette.setColor(QPalette::ButtonText, text);
+    palette.setColor(QPalette::Highlight, AppStyle::purple);
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::ToolTipBase, Qt::white);
+    palette.setColor(QPalette::ToolTipText, text);
+    palette.setColor(QPalette::PlaceholderText, AppStyle::purpleLight);
+    return palette;
+}
+
+} // namespace
+
+PreferencesServices PreferencesServices::live()
+{
+    return {
+        .sendAnalytics = [](const QString &name, const QJsonObject &params) { Analytics::send(name, params); },
+        .setLaunchAtLogin = [](bool enabled) { LaunchAtLoginHelper::setEnabled(enabled); },
+        .isLaunchAtLoginEnabled = [] { return LaunchAtLoginHelper::isEnabled(); },
+    };
+}
+
+PreferencesWindow::PreferencesWindow(PreferencesServices services, QWidget *parent)
+    : QWidget(parent, Qt::Window | Qt::FramelessWindowHint)
+    , m_services(std::move(services))
+{
+    setObjectName(u"preferencesWindow"_s);
+    // Task switchers and screen readers need a name; the header shows the product line itself.
+    setWindowTitle(QString(AppInfo::displayName));
+    setFixedSize(windowWidth, windowHeight);
+    QPalette palette = this->palette();
+    palette.setColor(QPalette::Window, AppStyle::purple);
+    setPalette(palette);
+    setAutoFillBackground(true);
+    m_checkboxStyle = new CheckboxStyle;
+    m_checkboxStyle->setParent(this);
+    setupUI();
+    // Centred once; afterwards the window reappears wherever the user left it.
+    if (const QScreen *screen = QGuiApplication::primaryScreen())
+        move(screen->availableGeometry().center() - rect().center());
+}
+
+PreferencesWindow::~PreferencesWindow()
+{
+    // A widget's style must outlive it: the checkboxes go before the style they share.
+    qDeleteAll(findChildren<QWidget *>(Qt::FindDirectChildrenOnly));
+}
+
+void PreferencesWindow::setupUI()
+{
+    auto *windowLayout = new QVBoxLayout(this);
+    // One pixel of the purple window background stays visible around the content: a frameless
+    // window still needs an edge against a light desktop.
+    windowLayout->setContentsMargins(1, 0, 1, 1);
+    auto *background = new GradientView(this);
+    m_background = background;
+    background->setObjectName(u"background"_s);
+    background->setPalette(contentPalette(QApplication::palette()));
+    windowLayout->addWidget(background);
+
+    auto *column = new QVBoxLayout(background);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(0);
+    column->addWidget(buildHeader(background));
+
+    auto *body = new QVBoxLayout;
+    body->setContentsMargins(sideMargin - 1, cardTopGap, sideMargin - 1, 0);
+    body->setSpacing(cardGap);
+    body->addWidget(buildDirectionCard(background));
+    body->addWidget(buildBehaviorCard(background));
+    body->addWidget(buildLanguageCard(background));
+    body->addSpacing(footerGap - cardGap);
+    body->addWidget(buildFooter(background));
+    // Nothing ties the stack to the bottom: it ends where its contents end.
+    body->addStretch(1);
+    column->addLayout(body);
+
+    // Tab runs through the controls top to bottom, then the footer link, then the header's own.
+    const QList<QWidget *> tabChain = { m_verticalCheckbox, m_horizontalCheckbox, m_diagonalCheckbox, m_reverseCheckbox,
+        m_smoothCheckbox, m_momentumCheckbox, m_launchAtLoginCheckbox, m_speedSlider, m_langPopup };
+    for (qsizetype i = 1; i < tabChain.size(); ++i)
+        setTabOrder(tabChain[i - 1], tabChain[i]);
+    refreshControls();
+    updateStrings();
+}
+
+QWidget *PreferencesWindow::buildHeader(QWidget *parent)
+{
+    auto *header = new QWidget(parent);
+    header->setObjectName(u"headerBand"_s);
+    header->setFixedHeight(headerHeight);
+    header->setAutoFillBackground(true);
+    QPalette palette = header->palette();
+    palette.setColor(QPalette::Window, AppStyle::purple);
+    header->setPalette(palette);
+
+    auto *title = new QLabel(QString(headerTitle), header);
+    m_titleLabel = title;
+    title->setObjectName(u"titleLabel"_s);
+    title->setFont(AppStyle::systemFont(titlePoints, QFont::Bold));
+    setTextColor(title, Qt::white);
+
+    m_subtitleLabel = new QLabel(header);
+    m_subtitleLabel->setObjectName(u"subtitleLabel"_s);
+    m_subtitleLabel->setFont(AppStyle::systemFont(subtitlePoints));
+    setTextColor(m_subtitleLabel, QColor(255, 255, 255, subtitleAlpha));
+
+    auto *text = new QVBoxLayout;
+    text->setContentsMargins(0, 0, 0, 0);
+    text->setSpacing(titleToSubtitle);
+    // Aligned to the leading edge as items, so a right-to-left language moves them to the right.
+    text->addWidget(title, 0, Qt::AlignLeft);
+    text->addWidget(m_subtitleLabel, 0, Qt::AlignLeft);
+    text->addStretch(1);
+
+    m_commandBar = new HeaderCommandBar(m_checkboxStyle, header);
+    m_commandBar->setFont(AppStyle::systemFont(controlPoints));
+    m_commandBar->setVisible(false);
+    connect(m_commandBar, &HeaderCommandBar::toggleRequested, this, &PreferencesWindow::engineToggleRequested);
+    connect(m_commandBar, &HeaderCommandBar::quitRequested, this, &PreferencesWindow::quitRequested);
+
+    auto *closeButton = new CloseButton(header);
+    closeButton->setObjectName(u"closeButton"_s);
+    connect(closeButton, &CloseButton::clicked, this, &QWidget::close);
+
+    // Top strip: the commands (when shown) and the close button; below it, the title block.
+    auto *topStrip = new QHBoxLayout;
+    topStrip->setContentsMargins(0, 0, 0, 0);
+    topStrip->addStretch(1);
+    topStrip->addWidget(m_commandBar, 0, Qt::AlignVCenter);
+    topStrip->addSpacing(4);
+    topStrip->addWidget(closeButton, 0, Qt::AlignVCenter);
+
+    auto *layout = new QVBoxLayout(header);
+    layout->setContentsMargins(sideMargin, 0, closeButtonInset, 0);
+    layout->setSpacing(0);
+    auto *topArea = new QWidget(header);
+    m_titleArea = topArea;
+    topArea->setFixedHeight(titleTop);
+    auto *topAreaLayout = new QVBoxLayout(topArea);
+    topAreaLayout->setContentsMargins(0, 0, 0, 0);
+    topAreaLayout->addLayout(topStrip);
+    layout->addWidget(topArea);
+    layout->addLayout(text);
+    return header;
+}
+
+QWidget *PreferencesWindow::buildDirectionCard(QWidget *parent)
+{
+    auto *card = new CardView(parent);
+    card->setObjectName(u"directionCard"_s);
+    auto *layout = new QVBoxLayout(card);
+    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
+    layout->setSpacing(0);
+    m_dirLabel = makeSectionLabel(card, u"dirLabel"_s);
+    m_verticalCheckbox
+        = makeCheckbox(card, u"verticalCheckbox"_s, SettingsKeys::enableVerticalScroll, "vertical_scroll"_L1);
+    m_horizontalCheckbox
+        = makeCheckbox(card, u"horizontalCheckbox"_s, SettingsKeys::enableHorizontalScroll, "horizontal_scroll"_L1);
+    m_diagonalCheckbox = makeCheckbox(card, u"diagonalCheckbox"_s, SettingsKeys::diagonalScroll, "diagonal_scroll"_L1);
+    layout->addWidget(m_dirLabel, 0, Qt::AlignLeft);
+    layout->addSpacing(afterSectionLabel);
+    layout->addWidget(m_verticalCheckbox, 0, Qt::AlignLeft);
+    layout->addSpacing(betweenCheckboxes);
+    layout->addWidget(m_horizontalCheckbox, 0, Qt::AlignLeft);
+    layout->addSpacing(betweenCheckboxes);
+    layout->addWidget(m_diagonalCheckbox, 0, Qt::AlignLeft);
+    return card;
+}
+
+QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
+{
+    auto *card = new CardView(parent);
+    card->setObjectName(u"behaviorCard"_s);
+    auto *layout = new QVBoxLayout(card);
+    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
+    layout->setSpacing(0);
+    m_behLabel = makeSectionLabel(card, u"behLabel"_s);
+    m_reverseCheckbox = makeCheckbox(card, u"reverseCheckbox"_s, SettingsKeys::reverseScroll, "reverse_scroll"_L1);
+    m_smoothCheckbox = makeCheckbox(card, u"smoothCheckbox"_s, SettingsKeys::usePixelScrolling, "smooth_scroll"_L1);
+    m_momentumCheckbox = makeCheckbox(card, u"momentumCheckbox"_s, SettingsKeys::momentumScroll, "momentum_scroll"_L1);
+
+    // Launch at login is no setting of this store: it is the autostart entry itself.
+    m_launchAtLoginCheckbox = new QCheckBox(card);
+    m_launchAtLoginCheckbox->setObjectName(u"launchAtLoginCheckbox"_s);
+    scaled(m_launchAtLoginCheckbox, controlPoints, QFont::Normal, cardContentWidth);
+    m_launchAtLoginCheckbox->setStyle(m_checkboxStyle);
+    connect(m_launchAtLoginCheckbox, &QCheckBox::clicked, this, &PreferencesWindow::launchAtLoginChanged);
+
+    m_speedTitle = new QLabel(card);
+    m_speedTitle->setObjectName(u"speedTitle"_s);
+    scaled(m_speedTitle, controlPoints, QFont::Normal,
+        cardContentWidth - speedTitleToSlider - minimumSliderWidth - sliderToValue - speedValueWidth);
+    setTextColor(m_speedTitle, AppStyle::textPrimary);
+
+    m_speedSlider = new QSlider(Qt::Horizontal, card);
+    m_speedSlider->setObjectName(u"speedSlider"_s);
+    m_speedSlider->setRange(
+        static_cast<int>(minimumSpeed * speedSliderScale), static_cast<int>(maximumSpeed * speedSliderScale));
+    // Arrow keys step by a tenth, Page Up and Down by one whole unit.
+    m_speedSlider->setSingleStep(speedSliderScale / 10);
+    m_speedSlider->setPageStep(speedSliderScale);
+    m_speedSlider->setTickPosition(QSlider::NoTicks);
+    // 200 wide where the title leaves room; a long title in some languages takes from the slider
+    // rather than pushing the value out of the card.
+    m_speedSlider->setMaximumWidth(sliderWidth);
+    m_speedSlider->setMinimumWidth(minimumSliderWidth);
+    m_speedSlider->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    // A drag commits once, at the release: one write and one analytics event per change the
+    // user makes, not one per pixel. The value label follows the thumb while it moves.
+    m_speedSlider->setTracking(false);
+    connect(m_speedSlider, &QSlider::valueChanged, this, &PreferencesWindow::speedChanged);
+    connect(m_speedSlider, &QSlider::sliderMoved, this,
+        [this](int position) { m_speedLabel->setText(formatSpeed(static_cast<double>(position) / speedSliderScale)); });
+
+    m_speedLabel = new QLabel(card);
+    m_speedLabel->setObjectName(u"speedLabel"_s);
+    // The desktop's sans fonts draw digits at one width, so the value does not wobble as it
+    // changes.
+    scaled(m_speedLabel, controlPoints, QFont::Medium, speedValueWidth);
+    setTextColor(m_speedLabel, AppStyle::purple);
+    // Room for the widest value the slider gives, so the row never shifts while dragging.
+    m_speedLabel->setMinimumWidth(speedValueWidth);
+
+    auto *speedRow = new QHBoxLayout;
+    speedRow->setContentsMargins(0, 0, 0, 0);
+    speedRow->setSpacing(0);
+    speedRow->addWidget(m_speedTitle, 0, Qt::AlignVCenter);
+    speedRow->addSpacing(speedTitleToSlider);
+    speedRow->addWidget(m_speedSlider, 1, Qt::AlignVCenter);
+    speedRow->addSpacing(sliderToValue);
+    speedRow->addWidget(m_speedLabel, 0, Qt::AlignVCenter);
+    speedRow->addStretch(0);
+
+    layout->addWidget(m_behLabel, 0, Qt::AlignLeft);
+    layout->addSpacing(afterSectionLabel);
+    for (QCheckBox *checkbox : { m_reverseCheckbox, m_smoothCheckbox, m_momentumCheckbox }) {
+        layout->addWidget(checkbox, 0, Qt::AlignLeft);
+        layout->addSpacing(betweenCheckboxes);
+    }
+    layout->addWidget(m_launchAtLoginCheckbox, 0, Qt::AlignLeft);
+    layout->addSpacing(beforeSpeedRow);
+    layout->addLayout(speedRow);
+    return card;
+}
+
+QWidget *PreferencesWindow::buildLanguageCard(QWidget *parent)
+{
+    auto *card = new CardView(parent);
+    card->setObjectName(u"languageCard"_s);
+    m_langLabel = makeSectionLabel(card, u"langLabel"_s);
+
+    m_langPopup = new QComboBox(card);
+    m_langPopup->setObjectName(u"langPopup"_s);
+    m_langPopup->setFixedWidth(popupWidth);
+    scaled(m_langPopup, controlPoints, QFont::Normal, popupWidth);
+    m_langPopup->setMaxVisibleItems(16);
+    // Every language is listed by its own name, in its own script, whatever the current language.
+    for (const Language language : Languages::allCases)
+        m_langPopup->addItem(Languages::displayName(language), QString(Languages::rawValue(language)));
+    // Only a choice of the user's counts, never a selection made by the program.
+    connect(m_langPopup, &QComboBox::activated, this, &PreferencesWindow::languageChanged);
+
+    auto *layout = new QHBoxLayout(card);
+    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
+    layout->setSpacing(0);
+    layout->addWidget(m_langLabel, 0, Qt::AlignVCenter);
+    layout->addSpacing(langLabelToPopup);
+    layout->addWidget(m_langPopup, 0, Qt::AlignVCenter);
+    layout->addStretch(1);
+    return card;
+}
+
+QWidget *PreferencesWindow::buildFooter(QWidget *parent)
+{
+    const QFont footerFont = AppStyle::systemFont(footerPoints);
+    auto *link = new LinkButton(QString(AppInfo::website), AppStyle::purpleLight);
+    link->setObjectName(u"websiteLink"_s);
+    link->setFont(footerFont);
+    connect(link, &LinkButton::clicked, this, &PreferencesWindow::openWebsite);
+
+    auto *contact = new QLabel(u" | "_s + AppInfo::contactEmail);
+    contact->setObjectName(u"contactLabel"_s);
+    contact->setFont(footerFont);
+    contact->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    setTextColor(contact, AppStyle::purpleLight);
+
+    auto *footer = new FooterRow(link, contact, parent);
+    footer->setObjectName(u"footer"_s);
+    return footer;
+}
+
+QCheckBox *PreferencesWindow::makeCheckbox(
+    QWidget *parent, const QString &objectName, QLatin1StringView key, QLatin1StringView settingName)
+{
+    auto *checkbox = new QCheckBox(parent);
+    checkbox->setObjectName(objectName);
+    scaled(checkbox, controlPoints, QFont::Normal, cardContentWidth);
+    checkbox->setStyle(m_checkboxStyle);
+    // clicked, not toggled: only the user's own actions write, never a refresh from the store.
+    connect(checkbox, &QCheckBox::clicked, this,
+        [this, checkbox, key, settingName] { checkboxChanged(checkbox, key, settingName); });
+    return checkbox;
+}
+
+QLabel *PreferencesWindow::makeSectionLabel(QWidget *parent, const QString &objectName)
+{
+    auto *label = new QLabel(parent);
+    label->setObjectName(objectName);
+    // The language card's label shares its row with the pop-up.
+    const bool sharesRow = objectName == "langLabel"_L1;
+    scaled(label, sectionPoints, QFont::DemiBold,
+        sharesRow ? cardContentWidth - langLabelToPopup - popupWidth : cardContentWidth);
+    setTextColor(label, AppStyle::purple);
+    return label;
+}
+
+void PreferencesWindow::showWindow()
+{
+    refreshControls();
+    updateStrings();
+    show();
+    raise();
+    activateWindow();
+}
+
+void PreferencesWindow::refreshControls()
+{
+    m_verticalCheckbox->setChecked(ScrollConfig::enableVerticalScroll());
+    m_horizontalCheckbox->setChecked(ScrollConfig::enableHorizontalScroll());
+    m_diagonalCheckbox->setChecked(ScrollConfig::diagonalScroll());
+    m_reverseCheckbox->setChecked(ScrollConfig::reverseScroll());
+    m_smoothCheckbox->setChecked(ScrollConfig::usePixelScrolling());
+    m_momentumCheckbox->setChecked(ScrollConfig::momentumScroll());
+    m_launchAtLoginCheckbox->setChecked(m_services.isLaunchAtLoginEnabled());
+
+    const double speed = displayedSpeed();
+    {
+        // Showing the stored speed is no change of the user's: nothing is written back.
+        const QSignalBlocker blocker(m_speedSlider);
+        m_speedSlider->setValue(static_cast<int>(std::lround(speed * speedSliderScale)));
+    }
+    m_speedLabel->setText(formatSpeed(speed));
+    m_langPopup->setCurrentIndex(storedLanguageIndex());
+}
+
+void PreferencesWindow::updateStrings()
+{
+    m_subtitleLabel->setText(L10n::subtitle());
+    m_dirLabel->setText(L10n::scrollDirection());
+    m_verticalCheckbox->setText(L10n::verticalScroll());
+    m_horizontalCheckbox->setText(L10n::horizontalScroll());
+    m_diagonalCheckbox->setText(L10n::diagonalScroll());
+    m_behLabel->setText(L10n::behavior());
+    m_reverseCheckbox->setText(L10n::reverseScroll());
+    m_smoothCheckbox->setText(L10n::smoothScroll());
+    m_momentumCheckbox->setText(L10n::momentumScroll());
+    m_launchAtLoginCheckbox->setText(L10n::launchAtLogin());
+    m_speedTitle->setText(L10n::scrollSpeed());
+    m_langLabel->setText(L10n::languageLabel());
+    m_speedSlider->setAccessibleName(L10n::scrollSpeed());
+    m_langPopup->setAccessibleName(L10n::languageLabel());
+    m_commandBar->setTexts(L10n::enabled(), L10n::quit());
+    applyLayoutDirection();
+    fitTextToWindow();
+}
+
+template<typename Widget>
+Widget *PreferencesWindow::scaled(Widget *widget, int size, QFont::Weight weight, int maximumWidth)
+{
+    widget->setFont(AppStyle::systemFont(size, weight));
+    m_cardTexts.push_back({ widget, size, weight, maximumWidth });
+    return widget;
+}
+
+void PreferencesWindow::fitTextToWindow()
+{
+    const int availableHeight = windowHeight - 1;
+    for (int shrink = 0; shrink <= maximumShrink; ++shrink) {
+        for (const CardText &text : m_cardTexts) {
+            int size = std::max(minimumTextSize, text.size - shrink);
+            text.widget->setFont(AppStyle::systemFont(size, text.weight));
+            // A translation too long for its row gets smaller on its own.
+            while (size > minimumTextSize && text.widget->sizeHint().width() > text.maximumWidth)
+                text.widget->setFont(AppStyle::systemFont(--size, text.weight));
+        }
+        m_background->layout()->invalidate();
+        if (m_background->layout()->sizeHint().height() <= availableHeight)
+            break;
+    }
+
+    // The subtitle keeps to one line across the band, and the title block to the band's height:
+    // a tall script lifts the block into the top strip rather than spilling out of the band.
+    int subtitleSize = subtitlePoints;
+    m_subtitleLabel->setFont(AppStyle::systemFont(subtitleSize));
+    while (subtitleSize > minimumTextSize - 1 && m_subtitleLabel->sizeHint().width() > windowWidth - 2 * sideMargin)
+        m_subtitleLabel->setFont(AppStyle::systemFont(--subtitleSize));
+    const int titleBlock = m_titleLabel->sizeHint().height() + titleToSubtitle + m_subtitleLabel->sizeHint().height();
+    m_titleArea->setFixedHeight(std::clamp(headerHeight - titleBlock, minimumTitleTop, titleTop));
+}
+
+void PreferencesWindow::applyLayoutDirection()
+{
+    // A right-to-left language mirrors the window, as its readers expect; the footer's address
+    // and e-mail stay left to right.
+    const QLocale locale(QString(Languages::rawValue(Languages::current())));
+    setLayoutDirection(locale.textDirection());
+}
+
+void PreferencesWindow::setCommandsVisible(bool visible) { m_commandBar->setVisible(visible); }
+
+bool PreferencesWindow::commandsVisible() const { return !m_commandBar->isHidden(); }
+
+void PreferencesWindow::setEngineEnabled(bool enabled) { m_commandBar->setEngineEnabled(enabled); }
+
+double PreferencesWindow::displayedSpeed()
+{
+    const double stored = SettingsStore::shared().doubleValue(SettingsKeys::scrollSpeed);
+    return stored > 0.0 ? stored : ScrollConfig::defaultScrollSpeed;
+}
+
+int PreferencesWindow::storedLanguageIndex()
+{
+    const QString code = SettingsStore::shared().stringValue(SettingsKeys::language).value_or(u"en"_s);
+    const Language language = Languages::fromRawValue(code).value_or(Languages::allCases.front());
+    const auto *position = std::find(Languages::allCases.begin(), Languages::allCases.end(), language);
+    if (position == Languages::allCases.end())
+        return 0;
+    return static_cast<int>(position - Languages::allCases.begin());
+}
+
+QString PreferencesWindow::formatSpeed(double speed) { return QString::asprintf("%.1f", speed); }
+
+void PreferencesWindow::checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName)
+{
+    // A partly checked box counts as off.
+    const bool on = checkbox->checkState() == Qt::Checked;
+    SettingsStore::shared().setValue(key, on);
+    sendSettingChanged(settingName, on ? u"true"_s : u"false"_s);
+}
+
+void PreferencesWindow::launchAtLoginChanged()
+{
+    const bool on = m_launchAtLoginCheckbox->checkState() == Qt::Checked;
+    // Not corrected here if the autostart entry cannot be written: the next showWindow shows
+    // the real state again.
+    m_services.setLaunchAtLogin(on);
+    sendSettingChanged("launch_at_login"_L1, on ? u"true"_s : u"false"_s);
+}
+
+void PreferencesWindow::speedChanged(int sliderValue)
+{
+    const double speed = static_cast<double>(sliderValue) / speedSliderScale;
+    SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, speed);
+    const QString shown = formatSpeed(speed);
+    m_speedLabel->setText(shown);
+    sendSettingChanged("scroll_speed"_L1, shown);
+}
+
+void PreferencesWindow::languageChanged(int index)
+{
+    const QString code = languageCodeAt(index);
+    SettingsStore::shared().setValue(SettingsKeys::language, code);
+    updateStrings();
+    LanguageNotifier::instance().post();
+    m_services.sendAnalytics(u"language_changed"_s, QJsonObject { { u"language"_s, code } });
+}
+
+void PreferencesWindow::openWebsite()
+{
+    const QUrl url(QString(AppInfo::website), QUrl::StrictMode);
+    if (url.isValid())
+        QDesktopServices::openUrl(url);
+}
+
+void PreferencesWindow::sendSettingChanged(QLatin1StringView settingName, const QString &value)
+{
+    m_services.sendAnalytics(
+        u"setting_changed"_s, QJsonObject { { u"setting_name"_s, QString(settingName) }, { u"value"_s, value } });
+}
+
+void PreferencesWindow::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
+        close();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void PreferencesWindow::mousePressEvent(QMouseEvent *event)
+{
+    // Presses that reach the window fell on its bare background: the header band, the gradient,
+    // a card or a label. They move the window, as a title bar would.
+    if (event->button() != Qt::LeftButton) {
+        QWidget::mousePressEvent(event);
+        return;
+    }
+    QWindow *handle = windowHandle();
+    if (handle != nullptr && handle->startSystemMove()) {
+        event->accept();
+        return;
+    }
+    m_dragOffset = event->globalPosition().toPoint() - frameGeometry().topLeft();
+    event->accept();
+}
+
+void PreferencesWindow::mouseMoveEvent(QMouseEvent *event)
+{
+    if (m_dragOffset && (event->buttons() & Qt::LeftButton)) {
+        move(event->globalPosition().toPoint() - *m_dragOffset);
+        event->accept();
+        return;
+    }
+    QWidget::mouseMoveEvent(event);
+}
+
+void PreferencesWindow::mouseReleaseEvent(QMouseEvent *event)
+{
+    m_dragOffset.reset();
+    QWidget::mouseReleaseEvent(event);
+}
+
+} // namespace kestrix
