@@ -6,6 +6,7 @@
 #include <QStringView>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 
