@@ -46,7 +46,8 @@ private Q_SLOTS:
     void init()
     {
         m_log.clear();
-        Log::setObserver([this](std::string_view line) { m_log += QString::fromUtf8(line.data(), qsizetype(line.size())); });
+        Log::setObserver(
+            [this](std::string_view line) { m_log += QString::fromUtf8(line.data(), qsizetype(line.size())); });
     }
     void cleanup() { Log::setObserver(nullptr); }
 
@@ -54,7 +55,7 @@ private Q_SLOTS:
     {
         test::RecordingPlatform platform;
         GrabScrollManager manager(platform, platform, platform);
-        const auto access = std::make_shared<Access>(Access{.granted = true});
+        const auto access = std::make_shared<Access>(Access { .granted = true });
         AppDelegate delegate(manager, servicesFor(access));
         QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
 
@@ -63,13 +64,14 @@ private Q_SLOTS:
         QVERIFY(launched.wait());
         QVERIFY(manager.isStarted());
         QCOMPARE(platform.installCalls, 1);
-        QCOMPARE(m_log, (QStringList{
-                            u"[Kestrix] 시작 중..."_s,
-                            u"[Kestrix] AXIsProcessTrusted = 1"_s,
-                            u"[Kestrix] 접근성 권한 확인됨"_s,
-                            u"[Kestrix] 이벤트 탭 활성화됨"_s,
-                            u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
-                        }));
+        QCOMPARE(m_log,
+            (QStringList {
+                u"[Kestrix] 시작 중..."_s,
+                u"[Kestrix] AXIsProcessTrusted = 1"_s,
+                u"[Kestrix] 접근성 권한 확인됨"_s,
+                u"[Kestrix] 이벤트 탭 활성화됨"_s,
+                u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
+            }));
         QCOMPARE(access->prompts, 0);
 
         delegate.applicationWillTerminate();
