@@ -62,8 +62,6 @@ private Q_SLOTS:
         QTest::newRow("setting_changed") << u"setting_changed"_s
                                          << QJsonObject { { "setting_name"_L1, u"scroll_speed"_s },
                                                 { "value"_L1, u"2.0"_s } };
-        QTest::newRow("language_changed") << u"language_changed"_s << QJsonObject { { "language"_L1, u"ko"_s } };
-        QTest::newRow("no parameters") << u"app_launch"_s << QJsonObject {};
     }
 
     void eventOnTheWire()
@@ -131,16 +129,6 @@ private Q_SLOTS:
             QCOMPARE(sent.size(), 36);
             QCOMPARE(SettingsStore::shared().value(SettingsKeys::gaClientId), QJsonValue(sent));
         }
-    }
-
-    void collectorDownIsSilent()
-    {
-        // The collector drops the connection: nothing to report, nothing kept, the next event goes.
-        m_server.setResponse("/mp/collect", HttpResponse { 200, {}, {}, HttpResponse::Close });
-        const HttpRequest dropped = sendAndReceive(u"app_launch"_s, {});
-        m_server.setResponse("/mp/collect", HttpResponse { 204, {}, {}, HttpResponse::Answer });
-        const HttpRequest next = sendAndReceive(u"language_changed"_s, { { "language"_L1, u"fr"_s } });
-        QCOMPARE(bodyOf(next).value("client_id"_L1), bodyOf(dropped).value("client_id"_L1));
     }
 };
 

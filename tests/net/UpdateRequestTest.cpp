@@ -1,6 +1,6 @@
-// The update check's side of the conversation with the update server, and the installer download:
-// the reply's decoding rules as a table, then the same rules end to end against a real HTTP server
-// on 127.0.0.1, a server that never answers, and downloads that replace files or save error pages.
+// The update reply's decoding rules as a table (tests/updates runs them end to end), the server
+// address overrides, and installer downloads against a real HTTP server on 127.0.0.1 that replace
+// a file, save an error page as it is, or are cut short and keep the older file.
 
 #include "net/UpdateRequest.h"
 #include "net/AppInfo.h"
@@ -16,9 +16,7 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTimer>
 
-#include <memory>
 #include <optional>
 
 using namespace kestrix;
@@ -55,8 +53,6 @@ void writeFile(const QString &path, const QByteArray &bytes)
 // JSON written with single quotes, so the tables stay readable.
 QByteArray json(const char *text) { return QByteArray(text).replace('\'', '"'); }
 
-const QByteArray validReply = json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'Bug fixes'}");
-
 } // namespace
 
 class UpdateRequestTest : public QObject
@@ -66,17 +62,6 @@ class UpdateRequestTest : public QObject
     LocalHttpServer m_server;
     QTemporaryDir m_home;
     QString m_downloads;
-
-    // Starts one check; the result appears in the returned holder when the completion has run.
-    std::shared_ptr<std::optional<UpdateResult>> startFetch()
-    {
-        auto holder = std::make_shared<std::optional<UpdateResult>>();
-        UpdateRequest::fetchUpdate([holder](const UpdateResult &result) {
-            QVERIFY2(!holder->has_value(), "the completion ran twice");
-            *holder = result;
-        });
-        return holder;
-    }
 
 private Q_SLOTS:
     void initTestCase()
@@ -121,26 +106,18 @@ private Q_SLOTS:
                                         "notes \"Bug fixes\""_s;
         QTest::newRow("required fields only") << json("{'updateAvailable':false,'latestVersion':'1.0.1'}")
                                               << u"not available 1.0.1, url absent, notes absent"_s;
-        QTest::newRow("nulls read as absent")
-            << json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':null,'releaseNotes':null}")
-            << u"available 1.2, url absent, notes absent"_s;
         QTest::newRow("empty notes are notes")
             << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':''}")
             << u"available 1.2, url absent, notes \"\""_s;
         QTest::newRow("other keys ignored") << json(
             "{'updateAvailable':true,'latestVersion':'1.2','size':123,'mirrors':[{'a':1}],'UpdateAvailable':'x'}")
                                             << u"available 1.2, url absent, notes absent"_s;
-        QTest::newRow("older version still believed")
-            << json("{'updateAvailable':true,'latestVersion':'0.9'}") << u"available 0.9, url absent, notes absent"_s;
         QTest::newRow("text kept as sent")
             << json("{'updateAvailable':true,'latestVersion':'2.0 β','releaseNotes':'  수정\\n\\u200Cfix  '}")
             << u"available 2.0 β, url absent, notes \"  수정\n\u200Cfix  \""_s;
 
         const QString undecodable = u"undecodable"_s;
-        QTest::newRow("latestVersion missing") << json("{'updateAvailable':true}") << undecodable;
         QTest::newRow("updateAvailable missing") << json("{'latestVersion':'1.2'}") << undecodable;
-        QTest::newRow("updateAvailable as a string")
-            << json("{'updateAvailable':'true','latestVersion':'1.2'}") << undecodable;
         QTest::newRow("updateAvailable as a number")
             << json("{'updateAvailable':1,'latestVersion':'1.2'}") << undecodable;
         QTest::newRow("updateAvailable null") << json("{'updateAvailable':null,'latestVersion':'1.2'}") << undecodable;
@@ -154,10 +131,6 @@ private Q_SLOTS:
         QTest::newRow("keys in another case")
             << json("{'update_available':true,'latest_version':'1.2'}") << undecodable;
         QTest::newRow("top level a list") << json("[{'updateAvailable':true,'latestVersion':'1.2'}]") << undecodable;
-        QTest::newRow("top level a string") << json("'update'") << undecodable;
-        QTest::newRow("empty body") << QByteArray() << undecodable;
-        QTest::newRow("HTML error page") << QByteArray("<html><body>Bad Gateway</body></html>") << undecodable;
-        QTest::newRow("cut short") << json("{'updateAvailable':true,'latestVersion':'1.") << undecodable;
     }
 
     void decodesByTheReplyRules()
@@ -167,79 +140,16 @@ private Q_SLOTS:
         QCOMPARE(describe(decodeUpdateResponse(body)), expected);
     }
 
-    void fetchesAndBelievesAnyHttpStatus_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QString>("expected");
-
-        const QString available = u"available 1.2, url absent, notes \"Bug fixes\""_s;
-        QTest::newRow("200, update") << 200 << validReply << available;
-        QTest::newRow("200, no update") << 200 << json("{'updateAvailable':false,'latestVersion':'1.0.1'}")
-                                        << u"not available 1.0.1, url absent, notes absent"_s;
-        QTest::newRow("500 with a valid body") << 500 << validReply << available;
-        QTest::newRow("404 with a valid body") << 404 << validReply << available;
-        QTest::newRow("200, empty body") << 200 << QByteArray() << u"undecodable"_s;
-        QTest::newRow("200, not JSON") << 200 << QByteArray("Service temporarily unavailable") << u"undecodable"_s;
-        QTest::newRow("503, not JSON") << 503 << QByteArray("<h1>503</h1>") << u"undecodable"_s;
-    }
-
-    void fetchesAndBelievesAnyHttpStatus()
-    {
-        QFETCH(int, status);
-        QFETCH(QByteArray, body);
-        QFETCH(QString, expected);
-        m_server.requests.clear();
-        m_server.setResponse("/checkUpdate/", HttpResponse { status, body, "application/json", HttpResponse::Answer });
-
-        const auto result = startFetch();
-        QTRY_VERIFY(result->has_value());
-        QCOMPARE(describe(**result), expected);
-
-        QCOMPARE(m_server.requests.size(), 1);
-        const HttpRequest &request = m_server.requests.first();
-        QCOMPARE(request.method, QByteArray("GET"));
-        QCOMPARE(request.target, QByteArray("/checkUpdate/?v=1.0.1"));
-        QVERIFY(request.body.isEmpty());
-        QVERIFY(!request.headers.contains("cookie") && !request.headers.contains("authorization"));
-    }
-
-    void serverThatNeverAnswersBlocksNothing()
-    {
-        m_server.setResponse("/checkUpdate/", HttpResponse { 200, validReply, "application/json", HttpResponse::Hang });
-        QSignalSpy received(&m_server, &LocalHttpServer::requestReceived);
-        const auto result = startFetch();
-        QVERIFY(received.wait());
-
-        // While the request hangs, the event loop goes on: a timer keeps firing.
-        int ticks = 0;
-        QTimer timer;
-        connect(&timer, &QTimer::timeout, this, [&ticks] { ++ticks; });
-        timer.start(10);
-        QTRY_VERIFY(ticks >= 5);
-        QVERIFY(!result->has_value());
-
-        // A connection that dies without an answer is a failure, reported once. (Qt sends a GET
-        // again once when the connection drops before an answer; that one is dropped too.)
-        m_server.setResponse("/checkUpdate/", HttpResponse { 200, {}, {}, HttpResponse::Close });
-        m_server.closeUnanswered();
-        QTRY_VERIFY(result->has_value());
-        QCOMPARE(describe(**result), u"transport failure"_s);
-    }
-
     void baseAddressOverride_data()
     {
         QTest::addColumn<QByteArray>("value");
         QTest::addColumn<QString>("expected"); // the joined check address, or "refused"
 
         QTest::newRow("unset: the web site") << QByteArray() << u"https://kestrix.orvane.com/checkUpdate/?v=1.0.1"_s;
-        QTest::newRow("port") << QByteArray("http://127.0.0.1:8080") << u"http://127.0.0.1:8080/checkUpdate/?v=1.0.1"_s;
         QTest::newRow("path prefix, trailing slash") << QByteArray("https://updates.example.org/kestrix/")
                                                      << u"https://updates.example.org/kestrix/checkUpdate/?v=1.0.1"_s;
         QTest::newRow("no scheme") << QByteArray("127.0.0.1:8080") << u"refused"_s;
         QTest::newRow("other scheme") << QByteArray("ftp://127.0.0.1") << u"refused"_s;
-        QTest::newRow("with a query") << QByteArray("http://127.0.0.1/?x=1") << u"refused"_s;
-        QTest::newRow("not a URL") << QByteArray("http://[::1") << u"refused"_s;
     }
 
     void baseAddressOverride()
@@ -269,12 +179,10 @@ private Q_SLOTS:
         QTest::addColumn<QString>("fileName"); // empty: no destination
 
         QTest::newRow("plain") << u"https://kestrix.orvane.com/files/Kestrix-1.2.dmg"_s << u"Kestrix-1.2.dmg"_s;
-        QTest::newRow("any extension") << u"https://kestrix.orvane.com/get?id=7"_s << u"get"_s;
         QTest::newRow("query left out") << u"https://kestrix.orvane.com/Kestrix.dmg?token=ab"_s << u"Kestrix.dmg"_s;
         QTest::newRow("escapes decoded") << u"https://kestrix.orvane.com/Kestrix%201.2.dmg"_s << u"Kestrix 1.2.dmg"_s;
         QTest::newRow("encoded slash stays inside") << u"https://kestrix.orvane.com/a%2F..%2Fevil"_s << u"evil"_s;
         QTest::newRow("folder") << u"https://kestrix.orvane.com/files/"_s << QString();
-        QTest::newRow("host only") << u"https://kestrix.orvane.com"_s << QString();
         QTest::newRow("parent") << u"https://kestrix.orvane.com/files/.."_s << QString();
     }
 

@@ -172,7 +172,9 @@ private Q_SLOTS:
         QVERIFY(runCheck(&UpdateChecker::checkSilently, reply, status));
         QCOMPARE(kindsOfAlertsShown().join(u','), silent);
         QCOMPARE(m_server.requests.size(), 2);
-        QCOMPARE(m_server.requests.first().target, QByteArray("/checkUpdate/?v=1.0.1"));
+        QCOMPARE(m_server.requests.first().method + ' ' + m_server.requests.first().target,
+            QByteArray("GET /checkUpdate/?v=1.0.1"));
+        QVERIFY(m_server.requests.first().body.isEmpty());
     }
 
     void offerAndDownload_data()
