@@ -1,13 +1,27 @@
 #include "app/AppDelegate.h"
 
 #include "core/Log.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
 #include "engine/GrabScrollManager.h"
+#include "net/Analytics.h"
+#include "net/AppInfo.h"
+#include "updates/UpdateChecker.h"
 
 #include <QPointer>
 
 namespace kestrix {
 
 using namespace Qt::StringLiterals;
+
+LaunchServices LaunchServices::system()
+{
+    return {
+        .access = AccessibilityHelper::systemAccess(),
+        .sendEvent = &Analytics::send,
+        .checkForUpdatesSilently = &UpdateChecker::checkSilently,
+    };
+}
 
 AppDelegate::AppDelegate(GrabScrollManager &manager, LaunchServices services, QObject *parent)
     : QObject(parent)
@@ -33,6 +47,12 @@ void AppDelegate::accessGranted()
     Log::write("[Kestrix] 접근성 권한 확인됨");
     m_manager.start();
     Log::write("[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요");
+
+    // The stored language goes out as it stands, a known code or not.
+    const QString language = SettingsStore::shared().stringValue(SettingsKeys::language).value_or(u"en"_s);
+    m_services.sendEvent(
+        u"app_launch"_s, { { u"app_version"_s, QString(AppInfo::version) }, { u"language"_s, language } });
+    m_services.checkForUpdatesSilently();
 
     Q_EMIT launchCompleted();
 }

@@ -2,9 +2,11 @@
 
 #include "desktop/AccessibilityHelper.h"
 
+#include <QJsonObject>
 #include <QObject>
 #include <QString>
 
+#include <functional>
 namespace kestrix {
 
 class GrabScrollManager;
@@ -14,6 +16,13 @@ class GrabScrollManager;
 struct LaunchServices
 {
     AccessibilityHelper::Access access = AccessibilityHelper::systemAccess();
+    // Sends one usage event: Analytics::send.
+    std::function<void(const QString &eventName, const QJsonObject &params)> sendEvent;
+    // Looks for a newer version, speaking only when there is one: UpdateChecker::checkSilently.
+    std::function<void()> checkForUpdatesSilently;
+
+    // The real ones.
+    static LaunchServices system();
 };
 
 // Orders the life of the running application. Nothing of the interface and nothing of the engine
@@ -26,7 +35,8 @@ class AppDelegate final : public QObject
     Q_OBJECT
 
 public:
-    explicit AppDelegate(GrabScrollManager &manager, LaunchServices services = {}, QObject *parent = nullptr);
+    explicit AppDelegate(
+        GrabScrollManager &manager, LaunchServices services = LaunchServices::system(), QObject *parent = nullptr);
     ~AppDelegate() override;
 
     // Once the event loop runs: logs the start line and waits for input access; then starts the

@@ -3,9 +3,12 @@
 
 #include "app/AppDelegate.h"
 #include "core/Log.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
 #include "engine/GrabScrollManager.h"
 #include "engine/RecordingPlatform.h"
 
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -24,13 +27,28 @@ private:
     {
         bool granted = false;
         int prompts = 0;
+        // What the launch did after the grant, in order.
+        QStringList launchSteps;
+        QJsonObject launchParams;
     };
 
     QStringList m_log;
 
-    static LaunchServices servicesFor(const std::shared_ptr<Access> &access)
+    static std::shared_ptr<Access> grantedAccess()
+    {
+        auto access = std::make_shared<Access>();
+        access->granted = true;
+        return access;
+    }
+
+    static LaunchServices servicesFor(const std::shared_ptr<Access> &access, GrabScrollManager &manager)
     {
         LaunchServices services;
+        services.sendEvent = [access, &manager](const QString &name, const QJsonObject &params) {
+            access->launchSteps += name + (manager.isStarted() ? u" (engine running)"_s : u""_s);
+            access->launchParams = params;
+        };
+        services.checkForUpdatesSilently = [access] { access->launchSteps += u"silent update check"_s; };
         services.access = {
             .isTrusted = [access] { return access->granted; },
             .promptOnce =
@@ -55,8 +73,8 @@ private Q_SLOTS:
     {
         test::RecordingPlatform platform;
         GrabScrollManager manager(platform, platform, platform);
-        const auto access = std::make_shared<Access>(Access { .granted = true });
-        AppDelegate delegate(manager, servicesFor(access));
+        const auto access = grantedAccess();
+        AppDelegate delegate(manager, servicesFor(access, manager));
         QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
 
         delegate.applicationDidFinishLaunching();
@@ -73,6 +91,8 @@ private Q_SLOTS:
                 u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
             }));
         QCOMPARE(access->prompts, 0);
+        QCOMPARE(access->launchSteps, (QStringList { u"app_launch (engine running)"_s, u"silent update check"_s }));
+        QCOMPARE(access->launchParams.value(u"app_version"_s), u"1.0.1"_s);
 
         delegate.applicationWillTerminate();
         QVERIFY(!manager.isStarted());
@@ -87,7 +107,7 @@ private Q_SLOTS:
         test::RecordingPlatform platform;
         GrabScrollManager manager(platform, platform, platform);
         const auto access = std::make_shared<Access>();
-        AppDelegate delegate(manager, servicesFor(access));
+        AppDelegate delegate(manager, servicesFor(access, manager));
         QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
 
         delegate.applicationDidFinishLaunching();
@@ -95,6 +115,7 @@ private Q_SLOTS:
         QCOMPARE(access->prompts, 1);
         QVERIFY(!manager.isStarted());
         QCOMPARE(launched.size(), 0);
+        QVERIFY(access->launchSteps.isEmpty());
 
         access->granted = true;
         QVERIFY(launched.wait(5000));
@@ -112,7 +133,7 @@ private Q_SLOTS:
         GrabScrollManager manager(platform, platform, platform);
         const auto access = std::make_shared<Access>();
         {
-            AppDelegate delegate(manager, servicesFor(access));
+            AppDelegate delegate(manager, servicesFor(access, manager));
             delegate.applicationDidFinishLaunching();
             delegate.applicationWillTerminate();
             delegate.applicationWillTerminate();
@@ -123,6 +144,37 @@ private Q_SLOTS:
         QTest::qWait(1300);
         QVERIFY(!manager.isStarted());
         QCOMPARE(platform.installCalls, 0);
+        QVERIFY(access->launchSteps.isEmpty());
+    }
+
+    // The launch event carries the stored language as it stands, and "en" when none was chosen.
+    void launchEventLanguage_data()
+    {
+        QTest::addColumn<QJsonValue>("stored");
+        QTest::addColumn<QString>("sent");
+        QTest::newRow("never chosen") << QJsonValue(QJsonValue::Undefined) << u"en"_s;
+        QTest::newRow("Korean") << QJsonValue(u"ko"_s) << u"ko"_s;
+        QTest::newRow("unknown code") << QJsonValue(u"tlh"_s) << u"tlh"_s;
+        QTest::newRow("not a string") << QJsonValue(7) << u"en"_s;
+    }
+
+    void launchEventLanguage()
+    {
+        QFETCH(QJsonValue, stored);
+        QFETCH(QString, sent);
+        SettingsStore::shared().clear();
+        if (!stored.isUndefined())
+            SettingsStore::shared().setValue(SettingsKeys::language, stored);
+
+        test::RecordingPlatform platform;
+        GrabScrollManager manager(platform, platform, platform);
+        const auto access = grantedAccess();
+        AppDelegate delegate(manager, servicesFor(access, manager));
+        QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
+        delegate.applicationDidFinishLaunching();
+        QVERIFY(launched.wait());
+        QCOMPARE(access->launchParams, (QJsonObject { { u"app_version"_s, u"1.0.1"_s }, { u"language"_s, sent } }));
+        SettingsStore::shared().clear();
     }
 };
 

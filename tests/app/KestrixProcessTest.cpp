@@ -34,6 +34,9 @@ private:
         environment.insert(u"PATH"_s, u"/nonexistent"_s);
         environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
         environment.remove(u"JOURNAL_STREAM"_s); // the log lines must reach stderr
+        // Loopback only, should a path ever reach the network.
+        environment.insert(u"KESTRIX_UPDATE_BASE_URL"_s, u"http://127.0.0.1:9"_s);
+        environment.insert(u"KESTRIX_ANALYTICS_BASE_URL"_s, u"http://127.0.0.1:9"_s);
         kestrix.process->setProcessEnvironment(environment);
         kestrix.process->setProcessChannelMode(QProcess::MergedChannels);
         connect(kestrix.process.get(), &QProcess::readyRead, this,
