@@ -9,6 +9,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <unistd.h>
@@ -75,6 +77,15 @@ private Q_SLOTS:
         QVERIFY(text.contains("\nType=Application\n"));
         QVERIFY(
             text.contains("\nExec=" + LaunchAtLoginHelper::execLine(QCoreApplication::applicationFilePath()).toUtf8()));
+
+        const QString validator = QStandardPaths::findExecutable(u"desktop-file-validate"_s);
+        if (!validator.isEmpty()) {
+            QProcess validate;
+            validate.setProcessChannelMode(QProcess::MergedChannels);
+            validate.start(validator, { LaunchAtLoginHelper::autostartEntryPath() });
+            QVERIFY(validate.waitForFinished());
+            QVERIFY2(validate.exitCode() == 0, validate.readAll().constData());
+        }
 
         LaunchAtLoginHelper::setEnabled(true); // again: still one entry, still enabled
         QVERIFY(LaunchAtLoginHelper::isEnabled());
