@@ -168,7 +168,7 @@ std::vector<pid_t> findOtherCopies(const ProcessIdentity &identity) { return fin
 std::vector<pid_t> terminateOlderCopies(const ProcessIdentity &identity)
 {
     const pid_t ownPid = ::getpid();
-    const std::vector<pid_t> copies = findCopies(identity, ownPid);
+    std::vector<pid_t> copies = findCopies(identity, ownPid);
     if (copies.empty())
         return copies;
 
