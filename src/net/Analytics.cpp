@@ -40,7 +40,7 @@ QString clientId()
     SettingsStore &store = SettingsStore::shared();
     if (const std::optional<QString> stored = store.stringValue(SettingsKeys::gaClientId))
         return *stored;
-    const QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     store.setValue(SettingsKeys::gaClientId, created);
     return created;
 }

@@ -18,7 +18,7 @@ namespace kestrix::InstallerDownload {
 
 QString downloadsFolder()
 {
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::DownloadLocation);
     if (folder.isEmpty())
         Log::fatal("[Kestrix] no Downloads folder: neither XDG_DOWNLOAD_DIR nor a home directory is known");
     QDir().mkpath(folder);

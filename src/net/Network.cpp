@@ -49,7 +49,7 @@ QUrl baseUrl(const char *variable, QLatin1StringView builtIn)
     const QByteArray override = qgetenv(variable);
     if (override.isEmpty())
         return QUrl(builtIn);
-    const QUrl url(QString::fromUtf8(override), QUrl::StrictMode);
+    QUrl url(QString::fromUtf8(override), QUrl::StrictMode);
     const QString scheme = url.scheme();
     if (!url.isValid() || url.host().isEmpty() || (scheme != "http"_L1 && scheme != "https"_L1) || url.hasQuery()
         || url.hasFragment()) {

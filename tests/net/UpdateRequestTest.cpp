@@ -201,7 +201,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
 
-        QByteArray image(256 * 1024, '\0');
+        QByteArray image(qsizetype(256) * 1024, '\0');
         for (qsizetype i = 0; i < image.size(); ++i)
             image[i] = char(i * 7 % 251);
         QTest::newRow("installer replaces an older file") << QByteArray("/files/Kestrix.dmg") << 200 << image;
