@@ -244,7 +244,7 @@ void LinuxInputBackend::tryGrab(Entry &entry)
     PointerDevice &device = *entry.device;
     const bool afterWatchdog = device.grabLostAt() != 0;
     if (!device.grab()) {
-        Log::debug("[Kestrix] Grab of " + describe(device) + " waits until its buttons are up");
+        Log::debug("[Kestrix] Grab of " + describe(device) + " waits until its buttons are up and no one else holds it");
         return;
     }
     entry.wantGrab = false;

@@ -6,6 +6,7 @@
 
 #include <libevdev/libevdev-uinput.h>
 #include <libevdev/libevdev.h>
+#include <linux/uinput.h>
 
 #include <cerrno>
 #include <cstring>
@@ -50,9 +51,17 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
     }
     libevdev *source = device->m_source;
     device->m_name = libevdev_get_name(source);
-    if (PointerDeviceFilter::classify(source) != PointerDeviceFilter::Verdict::Pointer) {
-        error = node + " is not a mouse Kestrix may take over";
+    switch (PointerDeviceFilter::classify(source)) {
+    case PointerDeviceFilter::Verdict::Pointer:
+        break;
+    case PointerDeviceFilter::Verdict::PointerKeyboard:
+        error = "Skipping " + node + " (" + device->m_name
+                + "): it reports keys as well as motion, and Kestrix never takes over a keyboard";
         return nullptr;
+    case PointerDeviceFilter::Verdict::KestrixTwin:
+    case PointerDeviceFilter::Verdict::Unclassified:
+    case PointerDeviceFilter::Verdict::Other:
+        return nullptr; // not for Kestrix; nothing to report
     }
     // Event times in the monotonic clock, the clock the watchdog measures its release by.
     libevdev_set_clock_id(source, CLOCK_MONOTONIC);
@@ -62,11 +71,21 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
 
     // The twin is described by this same libevdev object: these changes only touch libevdev's own
     // description of the source, never the kernel's device.
-    const std::string phys = PointerDeviceFilter::twinPhys(libevdev_get_phys(source));
-    libevdev_set_phys(source, phys.c_str());
     for (const int code : {REL_WHEEL, REL_HWHEEL, REL_WHEEL_HI_RES, REL_HWHEEL_HI_RES})
         libevdev_enable_event_code(source, EV_REL, static_cast<unsigned int>(code), nullptr);
-    const int created = libevdev_uinput_create_from_device(source, LIBEVDEV_UINPUT_OPEN_MANAGED, &device->m_twin);
+    // libevdev leaves a uinput device's phys empty, so the marker is set on our own uinput handle
+    // before libevdev creates the device through it.
+    device->m_uinputFd = ::open("/dev/uinput", O_RDWR | O_CLOEXEC);
+    if (device->m_uinputFd < 0) {
+        error = "cannot open /dev/uinput: " + describeError(errno);
+        return nullptr;
+    }
+    const std::string phys = PointerDeviceFilter::twinPhys(libevdev_get_phys(source));
+    if (ioctl(device->m_uinputFd, UI_SET_PHYS, phys.c_str()) != 0) {
+        error = "cannot mark the virtual twin of " + node + ": " + describeError(errno);
+        return nullptr;
+    }
+    const int created = libevdev_uinput_create_from_device(source, device->m_uinputFd, &device->m_twin);
     if (created < 0) {
         error = "cannot create the virtual twin of " + node + " through /dev/uinput: " + describeError(created);
         return nullptr;
@@ -87,6 +106,8 @@ PointerDevice::~PointerDevice()
     }
     if (m_twin != nullptr)
         libevdev_uinput_destroy(m_twin);
+    if (m_uinputFd >= 0)
+        ::close(m_uinputFd);
     if (m_source != nullptr)
         libevdev_free(m_source);
     if (m_fd >= 0)

@@ -29,7 +29,8 @@ namespace kestrix {
 class PointerDevice
 {
 public:
-    // Opens the node, makes the twin, grabs nothing yet. Nothing and a reason on failure.
+    // Opens the node, makes the twin, grabs nothing yet. Nothing on failure, with the reason in
+    // `error`, which stays empty when the node is simply not a mouse for Kestrix.
     static std::unique_ptr<PointerDevice> open(const std::string &node, int dpi, std::string &error);
     ~PointerDevice(); // releases every key held on the twin, ungrabs, destroys the twin
     PointerDevice(const PointerDevice &) = delete;
@@ -89,6 +90,7 @@ private:
     libevdev *m_source = nullptr;
     libevdev_uinput *m_twin = nullptr;
     int m_fd = -1;
+    int m_uinputFd = -1; // the twin's handle, owned here because libevdev was given it
 
     bool m_syncing = false;
     std::vector<input_event> m_partial;
