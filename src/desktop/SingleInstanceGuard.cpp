@@ -12,6 +12,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <limits.h>
+#include <limits>
 #include <optional>
 #include <string>
 #include <sys/prctl.h>
@@ -83,6 +84,11 @@ std::optional<RunningProcess> readProcess(pid_t pid)
 
     RunningProcess process;
     process.pid = pid;
+    // /proc/<pid>/stat: the name in parentheses may hold spaces and parentheses itself, so the
+    // fields are counted from the last ')': the state is field 3, the start time field 22.
+    const QByteArray stat = readProcFile(base + "stat");
+    const QList<QByteArray> fields = stat.mid(stat.lastIndexOf(')') + 2).split(' ');
+    process.startTime = fields.value(22 - 3).toULongLong();
     const QByteArray commandLine = readProcFile(base + "cmdline");
     process.identifier = QString::fromUtf8(commandLine.left(commandLine.indexOf('\0')));
     QByteArray name = readProcFile(base + "comm");
@@ -92,11 +98,11 @@ std::optional<RunningProcess> readProcess(pid_t pid)
     return process;
 }
 
-std::vector<pid_t> findCopies(const ProcessIdentity &identity, pid_t ownPid)
+std::vector<pid_t> findCopies(const ProcessIdentity &identity, const RunningProcess &self)
 {
     std::vector<pid_t> copies;
     for (const RunningProcess &process : runningProcesses()) {
-        if (isCopy(process, identity, ownPid))
+        if (isOlderCopy(process, identity, self))
             copies.push_back(process.pid);
     }
     return copies;
@@ -104,13 +110,13 @@ std::vector<pid_t> findCopies(const ProcessIdentity &identity, pid_t ownPid)
 
 // Sends SIGTERM through a pidfd after checking, with the pidfd held, that the process still is a
 // copy: a process id freed and reused since the enumeration is never signalled.
-void askToQuit(pid_t pid, const ProcessIdentity &identity, pid_t ownPid)
+void askToQuit(pid_t pid, const ProcessIdentity &identity, const RunningProcess &self)
 {
     const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
     if (pidfd < 0)
         return; // gone already
     const std::optional<RunningProcess> process = readProcess(pid);
-    if (process && isCopy(*process, identity, ownPid))
+    if (process && isOlderCopy(*process, identity, self))
         ::syscall(SYS_pidfd_send_signal, pidfd, SIGTERM, nullptr, 0);
     ::close(pidfd);
 }
@@ -154,32 +160,45 @@ std::vector<RunningProcess> runningProcesses()
     return processes;
 }
 
-bool isCopy(const RunningProcess &process, const ProcessIdentity &identity, pid_t ownPid)
+RunningProcess ownProcess()
 {
-    if (process.pid == ownPid)
+    if (std::optional<RunningProcess> self = readProcess(::getpid()))
+        return *self;
+    // Unreadable /proc: every copy counts as older.
+    return {
+        .pid = ::getpid(), .startTime = std::numeric_limits<std::uint64_t>::max(), .identifier = {}, .displayName = {}
+    };
+}
+
+bool isOlderCopy(const RunningProcess &process, const ProcessIdentity &identity, const RunningProcess &self)
+{
+    if (process.pid == self.pid)
+        return false;
+    // Started in the same clock tick: the lower process id is taken as the older one.
+    if (process.startTime > self.startTime || (process.startTime == self.startTime && process.pid > self.pid))
         return false;
     if (!process.identifier.isEmpty() && process.identifier == identity.identifier)
         return true;
     return !process.displayName.isEmpty() && process.displayName == identity.displayName;
 }
 
-std::vector<pid_t> findOtherCopies(const ProcessIdentity &identity) { return findCopies(identity, ::getpid()); }
+std::vector<pid_t> findOlderCopies(const ProcessIdentity &identity) { return findCopies(identity, ownProcess()); }
 
 std::vector<pid_t> terminateOlderCopies(const ProcessIdentity &identity)
 {
-    const pid_t ownPid = ::getpid();
-    std::vector<pid_t> copies = findCopies(identity, ownPid);
+    const RunningProcess self = ownProcess();
+    std::vector<pid_t> copies = findCopies(identity, self);
     if (copies.empty())
         return copies;
 
     Log::write("[Kestrix] 기존 프로세스 종료 중...");
     for (const pid_t pid : copies)
-        askToQuit(pid, identity, ownPid);
+        askToQuit(pid, identity, self);
 
     // The first count comes straight after the requests; a copy that ignores them is not forced.
     const auto deadline = std::chrono::steady_clock::now() + waitLimit;
     while (std::chrono::steady_clock::now() < deadline) {
-        if (findCopies(identity, ownPid).empty())
+        if (findCopies(identity, self).empty())
             break;
         std::this_thread::sleep_for(pollInterval);
     }

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <cstdint>
 #include <sys/types.h>
 #include <vector>
 
@@ -15,9 +16,10 @@
 //                 shows the identifier and every copy carries it however it was started.
 //   display name  the process name (/proc/<pid>/comm), which Kestrix sets to "Kestrix". A program
 //                 that exec()s gets its own name back, so helpers Kestrix starts are never copies.
-// A process counts as a copy when its identifier matches, or else its display name matches (a copy
-// that could not re-execute is still caught), and it is not this process. Zombies are gone already:
-// they are never counted.
+// A process counts as an older copy when its identifier matches, or else its display name matches
+// (a copy that could not re-execute is still caught), and it started before this one. Zombies are
+// gone already: they are never counted. Only older copies are asked: of two copies started at the
+// same moment, each asking the other would leave none; this way the newer one stays.
 namespace kestrix {
 
 struct ProcessIdentity
@@ -40,6 +42,7 @@ void adoptIdentity(char **argv, const ProcessIdentity &identity = ProcessIdentit
 struct RunningProcess
 {
     pid_t pid = 0;
+    std::uint64_t startTime = 0; // clock ticks after boot
     QString identifier; // empty when the process has no command line (kernel threads, zombies)
     QString displayName;
 };
@@ -47,13 +50,16 @@ struct RunningProcess
 // The live processes of this real user, by ascending process id.
 std::vector<RunningProcess> runningProcesses();
 
+// This process, as /proc shows it.
+RunningProcess ownProcess();
+
 // The rule above, for one process.
-bool isCopy(const RunningProcess &process, const ProcessIdentity &identity, pid_t ownPid);
+bool isOlderCopy(const RunningProcess &process, const ProcessIdentity &identity, const RunningProcess &self);
 
-// The other copies running now, by ascending process id.
-std::vector<pid_t> findOtherCopies(const ProcessIdentity &identity = ProcessIdentity::kestrix());
+// The older copies running now, by ascending process id.
+std::vector<pid_t> findOlderCopies(const ProcessIdentity &identity = ProcessIdentity::kestrix());
 
-// Asks every other copy to quit (SIGTERM, which every Kestrix handles as a clean quit), waits up to
+// Asks every older copy to quit (SIGTERM, which every Kestrix handles as a clean quit), waits up to
 // 3.0 s for them to go, polling every 0.1 s, and returns the process ids it asked, in order. Logs
 // one line before asking and one when the wait ends; nothing when no copy runs. Blocks the calling
 // thread; start-up carries on afterwards in every case.

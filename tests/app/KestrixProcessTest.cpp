@@ -61,7 +61,7 @@ private:
 private Q_SLOTS:
     void init()
     {
-        if (!SingleInstanceGuard::findOtherCopies().empty())
+        if (!SingleInstanceGuard::findOlderCopies().empty())
             QSKIP("a Kestrix runs for this user; a test never replaces it");
     }
 

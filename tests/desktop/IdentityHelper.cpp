@@ -1,46 +1,82 @@
-// A stand-in for another running Kestrix, for the single-instance tests: a real process that takes
-// the identity it is given and then either quits cleanly on SIGTERM (through ShutdownSignals, like
-// Kestrix) or ignores it.
+// Other running copies of Kestrix, and a starting one, for the single-instance tests: real processes
+// that take the identity they are given.
 //
-//   desktop_identity_helper IDENTIFIER DISPLAY_NAME quit|ignore|name-only
+//   desktop_identity_helper IDENTIFIER DISPLAY_NAME MODE
 //
-// quit       adopts the whole identity (re-executes with IDENTIFIER as argv[0]), quits on SIGTERM
-// ignore     adopts the whole identity, ignores SIGTERM
+// quit       adopts the whole identity (re-executes with IDENTIFIER as argv[0]) and quits cleanly on
+//            SIGTERM through ShutdownSignals, as Kestrix does; prints "quit SIGNAL" before it exits
+// ignore     adopts the whole identity and ignores SIGTERM
 // name-only  only takes DISPLAY_NAME as its process name: an unrelated program with that name
-// Prints "ready" when set up, and "quit SIGNAL" before a clean exit.
+// guard      adopts the whole identity, waits for a line on stdin, then runs the single-instance
+//            guard and prints "log LINE" per log line, "asked PID...", "remaining N" (older copies
+//            still running after the guard) and "waited MS"
+// Every mode prints "ready" once it is set up.
 
+#include "core/Log.h"
 #include "desktop/ShutdownSignals.h"
 #include "desktop/SingleInstanceGuard.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <sys/prctl.h>
+
+namespace {
+
+void say(const std::string &line)
+{
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+int runGuard(const kestrix::ProcessIdentity &identity)
+{
+    say("ready");
+    char go[16];
+    if (std::fgets(go, sizeof go, stdin) == nullptr)
+        return 2;
+    kestrix::Log::setObserver([](std::string_view line) { say("log " + std::string(line)); });
+    QElapsedTimer clock;
+    clock.start();
+    const std::vector<pid_t> asked = kestrix::SingleInstanceGuard::terminateOlderCopies(identity);
+    const qint64 waited = clock.elapsed();
+    std::string list = "asked";
+    for (const pid_t pid : asked)
+        list += ' ' + std::to_string(pid);
+    say(list);
+    say("remaining " + std::to_string(kestrix::SingleInstanceGuard::findOlderCopies(identity).size()));
+    say("waited " + std::to_string(waited));
+    return 0;
+}
+
+} // namespace
 
 int main(int argc, char **argv)
 {
     if (argc != 4)
         return 2;
     const kestrix::ProcessIdentity identity { QString::fromUtf8(argv[1]), QString::fromUtf8(argv[2]) };
-    const char *mode = argv[3];
-    if (std::strcmp(mode, "name-only") == 0)
+    const std::string mode = argv[3];
+    if (mode == "name-only")
         ::prctl(PR_SET_NAME, argv[2], 0, 0, 0);
     else
         kestrix::SingleInstanceGuard::adoptIdentity(argv, identity);
+    if (mode == "guard")
+        return runGuard(identity);
 
     kestrix::ShutdownSignals::install();
     QCoreApplication app(argc, argv);
     kestrix::ShutdownSignals quitSignals;
-    if (std::strcmp(mode, "ignore") == 0)
+    if (mode == "ignore")
         std::signal(SIGTERM, SIG_IGN);
     QObject::connect(&quitSignals, &kestrix::ShutdownSignals::shutdownRequested, &app, [](int signalNumber) {
-        std::printf("quit %d\n", signalNumber);
-        std::fflush(stdout);
+        say("quit " + std::to_string(signalNumber));
         QCoreApplication::quit();
     });
-    std::printf("ready\n");
-    std::fflush(stdout);
+    say("ready");
     return app.exec();
 }

@@ -1,17 +1,15 @@
-// The single-instance rule against real processes: helper programs that take an identity and quit
-// on SIGTERM or ignore it. The tests use an identity of their own, so they never touch a Kestrix
-// the developer is running.
+// The single-instance rule between real processes: helper programs that take an identity and quit
+// on SIGTERM or ignore it, and a helper that starts after them and runs the guard. The tests use an
+// identity of their own, so they never touch a Kestrix the developer is running.
 
 #include "desktop/SingleInstanceGuard.h"
-#include "core/Log.h"
 
-#include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
-#include <sys/prctl.h>
 #include <unistd.h>
 #include <vector>
 
@@ -28,6 +26,16 @@ QByteArray procFile(pid_t pid, const char *name)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// What the starting copy reported.
+struct GuardRun
+{
+    pid_t pid = 0;
+    QStringList log;
+    std::vector<pid_t> asked;
+    int remaining = -1;
+    qint64 waitedMs = -1;
+};
+
 } // namespace
 
 class SingleInstanceGuardTest : public QObject
@@ -36,10 +44,9 @@ class SingleInstanceGuardTest : public QObject
 
 private:
     std::vector<std::unique_ptr<QProcess>> m_helpers;
-    QStringList m_log;
 
     // Starts a helper and waits until it has taken its identity.
-    QProcess &startHelper(const QString &mode, std::function<void()> childSetup = {})
+    QProcess &startHelper(const QString &mode, const std::function<void()> &childSetup = {})
     {
         auto &helper = m_helpers.emplace_back(std::make_unique<QProcess>());
         helper->setProgram(QStringLiteral(KESTRIX_IDENTITY_HELPER));
@@ -55,25 +62,40 @@ private:
         return *helper;
     }
 
-    QStringList guardLines() const
+    // Lets a started "guard" helper run the guard, and waits for it without running this process's
+    // event loop: the copies that quit stay unreaped zombies meanwhile, which the guard must count
+    // as gone.
+    static GuardRun runGuard(QProcess &guard)
     {
-        QStringList lines;
-        for (const QString &line : m_log) {
-            if (line.contains(u"기존 프로세스"_s))
-                lines += line;
+        GuardRun run;
+        run.pid = pid_t(guard.processId());
+        guard.write("go\n");
+        if (!guard.waitForFinished(30000) || guard.exitCode() != 0)
+            return run;
+        for (const QByteArray &line : guard.readAllStandardOutput().split('\n')) {
+            if (line.startsWith("log "))
+                run.log += QString::fromUtf8(line.mid(4));
+            else if (line.startsWith("asked")) {
+                for (const QByteArray &pid : line.mid(5).split(' ')) {
+                    if (!pid.isEmpty())
+                        run.asked.push_back(pid.toInt());
+                }
+            } else if (line.startsWith("remaining "))
+                run.remaining = line.mid(10).toInt();
+            else if (line.startsWith("waited "))
+                run.waitedMs = line.mid(7).toLongLong();
         }
-        return lines;
+        return run;
+    }
+
+    GuardRun startCopyAndRunGuard() { return runGuard(startHelper(u"guard"_s)); }
+
+    static QStringList guardLines()
+    {
+        return { u"[Kestrix] 기존 프로세스 종료 중..."_s, u"[Kestrix] 기존 프로세스 종료 완료"_s };
     }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        // This process takes the display name too: the guard must still never ask it to quit.
-        ::prctl(PR_SET_NAME, testIdentity.displayName.toUtf8().constData(), 0, 0, 0);
-        Log::setObserver(
-            [this](std::string_view line) { m_log += QString::fromUtf8(line.data(), qsizetype(line.size())); });
-    }
-
     void cleanup()
     {
         for (auto &helper : m_helpers) {
@@ -83,33 +105,30 @@ private Q_SLOTS:
             }
         }
         m_helpers.clear();
-        m_log.clear();
     }
 
     void adoptedIdentityIsVisibleInProc()
     {
-        QProcess &full = startHelper(u"quit"_s);
-        QProcess &nameOnly = startHelper(u"name-only"_s);
-        const auto fullPid = pid_t(full.processId());
-        const auto namePid = pid_t(nameOnly.processId());
+        const auto full = pid_t(startHelper(u"quit"_s).processId());
+        const auto nameOnly = pid_t(startHelper(u"name-only"_s).processId());
         // Re-executed under the same process id, with the identifier as argv[0].
-        QCOMPARE(procFile(fullPid, "cmdline").split('\0').value(0), testIdentity.identifier.toUtf8());
-        QCOMPARE(procFile(fullPid, "comm").trimmed(), testIdentity.displayName.toUtf8());
-        QCOMPARE(procFile(namePid, "comm").trimmed(), testIdentity.displayName.toUtf8());
-        QVERIFY(procFile(namePid, "cmdline").split('\0').value(0) != testIdentity.identifier.toUtf8());
-
-        const std::vector<pid_t> copies = SingleInstanceGuard::findOtherCopies(testIdentity);
-        QCOMPARE(copies, (std::vector<pid_t> { std::min(fullPid, namePid), std::max(fullPid, namePid) }));
+        QCOMPARE(procFile(full, "cmdline").split('\0').value(0), testIdentity.identifier.toUtf8());
+        QCOMPARE(procFile(full, "comm").trimmed(), testIdentity.displayName.toUtf8());
+        QCOMPARE(procFile(nameOnly, "comm").trimmed(), testIdentity.displayName.toUtf8());
+        QVERIFY(procFile(nameOnly, "cmdline").split('\0').value(0) != testIdentity.identifier.toUtf8());
     }
 
     void noOtherCopyMeansNoWaitAndNoLog()
     {
-        QVERIFY(SingleInstanceGuard::terminateOlderCopies(testIdentity).empty());
-        QVERIFY(guardLines().isEmpty());
+        const GuardRun run = startCopyAndRunGuard();
+        QVERIFY(run.asked.empty());
+        QVERIFY(run.log.isEmpty());
+        QCOMPARE(run.remaining, 0);
     }
 
     // One copy, two, and an unrelated program that only has the display name: each is asked once,
-    // in process-id order, and quits cleanly through its SIGTERM handling.
+    // in process-id order, and quits cleanly through its SIGTERM handling; the starting copy never
+    // asks itself.
     void olderCopiesQuit_data()
     {
         QTest::addColumn<QStringList>("modes");
@@ -122,26 +141,24 @@ private Q_SLOTS:
     void olderCopiesQuit()
     {
         QFETCH(QStringList, modes);
-        std::vector<pid_t> expected;
+        std::vector<pid_t> older;
         for (const QString &mode : modes)
-            expected.push_back(pid_t(startHelper(mode).processId()));
-        std::sort(expected.begin(), expected.end());
+            older.push_back(pid_t(startHelper(mode).processId()));
+        std::sort(older.begin(), older.end());
 
-        // The helpers are this process's children: once they exit they stay zombies until reaped,
-        // which the guard must count as gone.
-        const std::vector<pid_t> asked = SingleInstanceGuard::terminateOlderCopies(testIdentity);
-        QCOMPARE(asked, expected);
-        QCOMPARE(guardLines(),
-            (QStringList { u"[Kestrix] 기존 프로세스 종료 중..."_s, u"[Kestrix] 기존 프로세스 종료 완료"_s }));
-        QVERIFY(!asked.empty() && std::find(asked.begin(), asked.end(), ::getpid()) == asked.end());
-        // The wait ended because they went, not because it ran out: not one is left, zombie or not.
-        QVERIFY(SingleInstanceGuard::findOtherCopies(testIdentity).empty());
+        const GuardRun run = startCopyAndRunGuard();
+        QCOMPARE(run.asked, older);
+        QCOMPARE(run.log, guardLines());
+        QVERIFY(std::find(run.asked.begin(), run.asked.end(), run.pid) == run.asked.end());
+        // The wait ended because they went, not because it ran out.
+        QCOMPARE(run.remaining, 0);
 
-        for (auto &helper : m_helpers) {
-            QVERIFY(helper->waitForFinished(10000));
-            QCOMPARE(helper->exitStatus(), QProcess::NormalExit);
-            QCOMPARE(helper->exitCode(), 0);
-            QCOMPARE(helper->readAllStandardOutput().trimmed(), "quit 15");
+        for (std::size_t i = 0; i < older.size(); ++i) {
+            QProcess &helper = *m_helpers[i];
+            QVERIFY(helper.waitForFinished(10000));
+            QCOMPARE(helper.exitStatus(), QProcess::NormalExit);
+            QCOMPARE(helper.exitCode(), 0);
+            QCOMPARE(helper.readAllStandardOutput().trimmed(), "quit 15");
         }
     }
 
@@ -149,14 +166,24 @@ private Q_SLOTS:
     void copyIgnoringTheRequestIsLeftRunning()
     {
         QProcess &stubborn = startHelper(u"ignore"_s);
-        QElapsedTimer clock;
-        clock.start();
-        const std::vector<pid_t> asked = SingleInstanceGuard::terminateOlderCopies(testIdentity);
-        QVERIFY(clock.elapsed() >= 2900); // the whole wait; a loaded machine only makes it longer
-        QCOMPARE(asked, std::vector<pid_t> { pid_t(stubborn.processId()) });
-        QCOMPARE(guardLines().size(), 2);
-        QCOMPARE(guardLines().last(), u"[Kestrix] 기존 프로세스 종료 완료"_s);
+        const GuardRun run = startCopyAndRunGuard();
+        QCOMPARE(run.asked, std::vector<pid_t> { pid_t(stubborn.processId()) });
+        QCOMPARE(run.log, guardLines());
+        QCOMPARE(run.remaining, 1);
+        QVERIFY(run.waitedMs >= 2900); // the whole wait; a loaded machine only makes it longer
         QCOMPARE(stubborn.state(), QProcess::Running);
+    }
+
+    // A copy started after this one is the newer and stays: asking it would let two copies
+    // started together end each other.
+    void newerCopyIsLeftAlone()
+    {
+        QProcess &starting = startHelper(u"guard"_s);
+        QProcess &newer = startHelper(u"quit"_s);
+        const GuardRun run = runGuard(starting);
+        QVERIFY(run.asked.empty());
+        QVERIFY(run.log.isEmpty());
+        QCOMPARE(newer.state(), QProcess::Running);
     }
 
     // Only processes of this user are copies: another user's Kestrix is none of ours.
@@ -168,8 +195,8 @@ private Q_SLOTS:
             if (::setgid(65534) != 0 || ::setuid(65534) != 0)
                 ::_exit(3);
         });
-        QVERIFY(SingleInstanceGuard::findOtherCopies(testIdentity).empty());
-        QVERIFY(SingleInstanceGuard::terminateOlderCopies(testIdentity).empty());
+        const GuardRun run = startCopyAndRunGuard();
+        QVERIFY(run.asked.empty());
         QCOMPARE(foreign.state(), QProcess::Running);
     }
 };
