@@ -81,8 +81,8 @@ bool InputWatchdog::sleepUntil(std::int64_t deadline)
 }
 
 // One round: sleep until a node has input, then give the main thread `limit` to read it. If it
-// read anything since, the input now waiting is newer and gets its own `limit`; if not, the main
-// thread is stuck and the grabs go.
+// ran a service pass since, the input now waiting is newer and gets its own `limit`; if not, the
+// main thread is stuck and the grabs go.
 void InputWatchdog::run()
 {
     std::vector<pollfd> polled;
@@ -103,19 +103,21 @@ void InputWatchdog::run()
             continue; // a new set of nodes, or the stop
         }
         std::int64_t seen = now();
+        std::uint64_t servicesAtSeen = m_services.load();
         while (!m_stopping.load()) {
             if (!sleepUntil(seen + m_limitNs))
                 return;
             if (!anyReadable())
                 break;
-            if (m_lastService.load() > seen) {
+            if (m_services.load() != servicesAtSeen) {
                 seen = now();
+                servicesAtSeen = m_services.load();
                 continue;
             }
             m_release();
             // Input keeps arriving for the other readers now; look again only after the main
             // thread has run.
-            while (!m_stopping.load() && m_lastService.load() <= seen) {
+            while (!m_stopping.load() && m_services.load() == servicesAtSeen) {
                 if (!sleepUntil(now() + m_limitNs))
                     return;
             }

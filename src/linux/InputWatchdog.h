@@ -28,8 +28,9 @@ public:
 
     // The nodes to watch; the thread picks them up at once.
     void watch(std::vector<int> fds);
-    // The main thread has read every node dry just now. Called from the main thread.
-    void serviced() { m_lastService.store(now()); }
+    // The main thread has read every node dry just now. Called from the main thread, once per
+    // pass: a counter, so the path of every frame reads no clock.
+    void serviced() { m_services.fetch_add(1, std::memory_order_relaxed); }
 
     static std::int64_t now();
 
@@ -40,7 +41,7 @@ private:
 
     const std::int64_t m_limitNs;
     const std::function<void()> m_release;
-    std::atomic<std::int64_t> m_lastService{0};
+    std::atomic<std::uint64_t> m_services{0};
     int m_wakeFd = -1; // eventfd: the set of nodes changed, or the thread must stop
     std::atomic<bool> m_stopping{false};
     std::mutex m_fdsMutex;

@@ -79,6 +79,7 @@ LinuxInputBackend::LinuxInputBackend(QObject *parent)
     });
     m_frame.reserve(64);
     m_out.reserve(64);
+    m_frameWheel.reserve(8);
 }
 
 LinuxInputBackend::~LinuxInputBackend()
@@ -348,8 +349,6 @@ Verdict LinuxInputBackend::deliver(const PointerEvent &event)
 
 void LinuxInputBackend::service(PointerDevice *device)
 {
-    if (m_watchdog != nullptr)
-        m_watchdog->serviced();
     for (;;) {
         switch (device->readFrame(m_frame)) {
         case PointerDevice::ReadStatus::Frame:
@@ -388,6 +387,7 @@ void LinuxInputBackend::handleFrame(PointerDevice &device)
     std::int32_t countsX = 0;
     std::int32_t countsY = 0;
     int rightValue = -1;
+    bool ownWheel = false;
     for (const input_event &event : m_frame) {
         if (event.type == EV_REL && event.code == REL_X)
             countsX += event.value;
@@ -395,7 +395,12 @@ void LinuxInputBackend::handleFrame(PointerDevice &device)
             countsY += event.value;
         else if (event.type == EV_KEY && event.code == BTN_RIGHT)
             rightValue = event.value;
+        else if (event.type == EV_REL && event.code != REL_X && event.code != REL_Y)
+            ownWheel = true;
     }
+    // A frame that turns the mouse's own wheel keeps it to itself; the scroll goes out on its own.
+    m_frameWheel.clear();
+    m_frameDevice = ownWheel ? nullptr : &device;
 
     // The frame's motion happened with the button as it was before the frame's own press or
     // release: a drag first, then the button change.
@@ -414,9 +419,12 @@ void LinuxInputBackend::handleFrame(PointerDevice &device)
         device.rightHeld = false;
         button = deliver({PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0});
     }
+    m_frameDevice = nullptr;
 
     m_out.clear();
     for (const input_event &event : m_frame) {
+        if (event.type == EV_SYN && event.code == SYN_REPORT)
+            m_out.insert(m_out.end(), m_frameWheel.begin(), m_frameWheel.end());
         if (event.type == EV_REL && (event.code == REL_X || event.code == REL_Y) && motion == Verdict::Drop)
             continue;
         if (event.type == EV_KEY && event.code == BTN_RIGHT && button == Verdict::Drop)
@@ -513,6 +521,10 @@ bool LinuxInputBackend::postScroll(const ScrollEvent &event)
     }
     if (*length == 0)
         return true;
+    if (target == m_frameDevice) {
+        m_frameWheel.insert(m_frameWheel.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(*length - 1));
+        return true;
+    }
     return target->writeFrame({frame.data(), *length});
 }
 

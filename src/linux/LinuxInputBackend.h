@@ -34,7 +34,8 @@ class PointerDevice;
 // BTN_RIGHT press or release, or REL_X/REL_Y motion while the right button is held (a drag, in
 // points: see MouseDpi). What the engine drops is taken out of the frame; everything else goes to
 // the twin unchanged and in order, one write per frame. Synthesized scrolls and replayed clicks
-// are written to the twin of the mouse whose right button started the gesture.
+// are written to the twin of the mouse whose right button started the gesture; the scroll of a
+// drag rides in the drag's own frame, after its events.
 //
 // A replayed click carries no marker in its events (evdev has no field for one); the twin carries
 // it in its phys string instead, and a marked device is never grabbed, so the click passes.
@@ -130,6 +131,10 @@ private:
     QTimer m_momentumTimer;
     std::vector<input_event> m_frame; // reused for every frame: no allocation per event
     std::vector<input_event> m_out;
+    // While a frame of this mouse is being handled, the scroll its drag posts joins that frame, so
+    // a scrolling drag costs one write, not two.
+    PointerDevice *m_frameDevice = nullptr;
+    std::vector<input_event> m_frameWheel;
 };
 
 } // namespace kestrix

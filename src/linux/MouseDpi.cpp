@@ -44,23 +44,22 @@ std::optional<int> parse(std::string_view value)
     if (entries.empty())
         return std::nullopt;
 
-    std::optional<std::string_view> chosen;
+    std::string_view chosen;
+    bool chosenIsStarred = false;
     for (const std::string_view entry : entries) {
         // Every entry must be well formed, starred or not: a list with garbage in it is not trusted.
-        const bool starred = entry.front() == '*';
+        const bool starred = entry.starts_with('*');
         const std::string_view bare = starred ? entry.substr(1) : entry;
         if (!parseEntry(bare))
             return std::nullopt;
-        if (starred) {
-            if (chosen && chosen->front() == '*')
-                return std::nullopt; // two defaults
-            chosen = entry;
-        } else if (!chosen) {
-            chosen = entry;
+        if (starred && chosenIsStarred)
+            return std::nullopt; // two defaults
+        if (starred || chosen.empty()) {
+            chosen = bare;
+            chosenIsStarred = starred;
         }
     }
-    const std::string_view bare = chosen->front() == '*' ? chosen->substr(1) : *chosen;
-    return parseEntry(bare);
+    return parseEntry(chosen);
 }
 
 } // namespace kestrix::MouseDpi

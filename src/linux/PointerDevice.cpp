@@ -141,11 +141,7 @@ bool PointerDevice::grab()
     return true;
 }
 
-bool PointerDevice::isGrabbed() const
-{
-    std::lock_guard lock(m_outputMutex);
-    return m_grabbed;
-}
+bool PointerDevice::isGrabbed() const { return m_grabbed.load(); }
 
 bool PointerDevice::releaseGrab(std::int64_t nowNs)
 {

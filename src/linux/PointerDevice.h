@@ -96,7 +96,7 @@ private:
     std::vector<input_event> m_partial;
 
     mutable std::mutex m_outputMutex; // guards the twin's output, its key state and the grab
-    bool m_grabbed = false;
+    std::atomic<bool> m_grabbed{false}; // written under the mutex, read without it
     std::atomic<std::int64_t> m_grabLostAtNs{0};
     std::bitset<KEY_CNT> m_twinKeys;
 };

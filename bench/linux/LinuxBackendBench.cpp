@@ -1,0 +1,335 @@
+// What Kestrix's evdev path costs a mouse, on a real kernel (run in the test VM when this machine
+// has no /dev/uinput): the latency each frame gains on its way from the mouse to its twin, and the
+// CPU spent per frame, against a minimal forwarder that only reads the grabbed mouse and writes
+// the same bytes to a uinput twin (the floor any grab-and-re-emit design pays); wake-ups while the
+// mouse is idle; the spacing of momentum steps.
+
+#include "VirtualMouse.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+#include "engine/GrabScrollManager.h"
+#include "linux/LinuxInputBackend.h"
+
+#include <QCoreApplication>
+#include <QJsonValue>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <dirent.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace kestrix;
+using namespace kestrix::test;
+
+namespace {
+
+constexpr int framesPerRun = 1000;
+// The machine is shared and the VM emulated: rounds alternate between the floor and Kestrix, and
+// each figure is the best of its rounds, the one least disturbed by the neighbours.
+constexpr int rounds = 7;
+
+std::int64_t nowNs(clockid_t clock = CLOCK_MONOTONIC)
+{
+    timespec time{};
+    clock_gettime(clock, &time);
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+std::int64_t eventNs(const input_event &event)
+{
+    return static_cast<std::int64_t>(event.input_event_sec) * 1'000'000'000
+           + static_cast<std::int64_t>(event.input_event_usec) * 1000;
+}
+
+// Opens a node for reading with kernel timestamps in the monotonic clock.
+int openReader(const std::string &node)
+{
+    const int fd = ::open(node.c_str(), O_RDONLY | O_CLOEXEC);
+    int clock = CLOCK_MONOTONIC;
+    ioctl(fd, EVIOCSCLOCKID, &clock);
+    return fd;
+}
+
+// Blocks until a frame holding an event of (type, code) arrives; its SYN_REPORT's timestamp, or -1
+// after `timeoutMs` without one.
+std::int64_t awaitFrame(int fd, int type, int code, int timeoutMs = 2000)
+{
+    bool seen = false;
+    for (;;) {
+        pollfd entry{fd, POLLIN, 0};
+        if (poll(&entry, 1, timeoutMs) <= 0)
+            return -1;
+        input_event events[64];
+        const ssize_t got = ::read(fd, events, sizeof events);
+        if (got <= 0)
+            return -1;
+        for (std::size_t i = 0; i < static_cast<std::size_t>(got) / sizeof(input_event); ++i) {
+            seen = seen || (events[i].type == type && events[i].code == code);
+            if (seen && events[i].type == EV_SYN && events[i].code == SYN_REPORT)
+                return eventNs(events[i]);
+        }
+    }
+}
+
+struct Figures
+{
+    double medianLatencyUs = 0;
+    double p99LatencyUs = 0;
+    double cpuPerFrameUs = 0;
+};
+
+// Writes frames with `perFrame` one at a time, each once the previous one came out of `twinNode`, and
+// measures from just before the write to the kernel's timestamp on the twin. CPU is that of the
+// forwarding thread, `forwarder`.
+Figures drive(const std::string &twinNode, pthread_t forwarder, const std::function<void()> &perFrame)
+{
+    const int twin = openReader(twinNode);
+    clockid_t forwarderClock{};
+    pthread_getcpuclockid(forwarder, &forwarderClock);
+    std::vector<double> latencies;
+    latencies.reserve(framesPerRun);
+    const std::int64_t cpuStart = nowNs(forwarderClock);
+    for (int i = 0; i < framesPerRun; ++i) {
+        const std::int64_t written = nowNs();
+        perFrame();
+        const std::int64_t arrived = awaitFrame(twin, EV_REL, REL_X);
+        if (arrived < 0) {
+            std::fprintf(stderr, "bench: a frame did not come out of the twin\n");
+            break;
+        }
+        latencies.push_back(static_cast<double>(arrived - written) / 1000.0);
+    }
+    const std::int64_t cpu = nowNs(forwarderClock) - cpuStart;
+    ::close(twin);
+    std::sort(latencies.begin(), latencies.end());
+    Figures figures;
+    if (!latencies.empty()) {
+        figures.medianLatencyUs = latencies[latencies.size() / 2];
+        figures.p99LatencyUs = latencies[latencies.size() * 99 / 100];
+        figures.cpuPerFrameUs = static_cast<double>(cpu) / 1000.0 / static_cast<double>(latencies.size());
+    }
+    return figures;
+}
+
+// The floor: grab, read whatever is there, write the same bytes to a uinput twin. Runs on this
+// thread until `stopFd` is written.
+void minimalForwarder(const std::string &sourceNode, int stopFd, std::string &twinNode, std::atomic<bool> &ready)
+{
+    const int source = ::open(sourceNode.c_str(), O_RDONLY | O_CLOEXEC);
+    ioctl(source, EVIOCGRAB, 1);
+    libevdev *description = nullptr;
+    libevdev_new_from_fd(source, &description);
+    libevdev_uinput *twin = nullptr;
+    libevdev_uinput_create_from_device(description, LIBEVDEV_UINPUT_OPEN_MANAGED, &twin);
+    twinNode = libevdev_uinput_get_devnode(twin);
+    ready.store(true);
+    const int out = libevdev_uinput_get_fd(twin);
+    pollfd entries[2] = {{source, POLLIN, 0}, {stopFd, POLLIN, 0}};
+    input_event events[64];
+    while (poll(entries, 2, -1) > 0 && (entries[1].revents & POLLIN) == 0) {
+        const ssize_t got = ::read(source, events, sizeof events);
+        if (got > 0 && ::write(out, events, static_cast<std::size_t>(got)) != got)
+            break;
+    }
+    libevdev_uinput_destroy(twin);
+    libevdev_free(description);
+    ::close(source);
+}
+
+// Context switches of one thread of this process, or of all of them.
+long contextSwitches(pid_t onlyTid = 0)
+{
+    long total = 0;
+    DIR *tasks = opendir("/proc/self/task");
+    while (const dirent *entry = tasks != nullptr ? readdir(tasks) : nullptr) {
+        if (entry->d_name[0] == '.' || (onlyTid != 0 && std::to_string(onlyTid) != entry->d_name))
+            continue;
+        std::ifstream status(std::string("/proc/self/task/") + entry->d_name + "/status");
+        std::string line;
+        while (std::getline(status, line)) {
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0 || line.rfind("nonvoluntary_ctxt_switches:", 0) == 0)
+                total += std::stol(line.substr(line.find(':') + 1));
+        }
+    }
+    if (tasks != nullptr)
+        closedir(tasks);
+    return total;
+}
+
+void runOnWorker(QCoreApplication &app, const std::function<void()> &work)
+{
+    std::thread worker([&] {
+        work();
+        QMetaObject::invokeMethod(&app, &QCoreApplication::quit, Qt::QueuedConnection);
+    });
+    app.exec();
+    worker.join();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (access("/dev/uinput", R_OK | W_OK) != 0) {
+        std::printf("bench_linux_backend: no writable /dev/uinput; run through tests/linux/run-kernel-tests\n");
+        return 77;
+    }
+    QTemporaryDir config;
+    qputenv("XDG_CONFIG_HOME", config.path().toUtf8());
+    QCoreApplication app(argc, argv);
+    SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 1.0);
+
+    VirtualMouse mouse("Kestrix Bench Mouse");
+    if (!mouse.isValid())
+        return 1;
+    const std::string sourceNode = mouse.node().toStdString();
+
+    const pthread_t mainThread = pthread_self();
+    LinuxInputBackend backend;
+    GrabScrollManager engine(backend, backend, backend);
+    backend.setEngine(&engine);
+
+    std::vector<Figures> floorRounds;
+    std::vector<Figures> plainRounds;
+    std::vector<Figures> scrollingRounds;
+    std::string twinNode;
+    for (int round = 0; round < rounds; ++round) {
+        // The floor, on this thread, with the driver on another.
+        {
+            const int stopFd = eventfd(0, EFD_CLOEXEC);
+            std::string floorTwin;
+            std::atomic<bool> ready{false};
+            std::thread driver([&] {
+                while (!ready.load())
+                    std::this_thread::yield();
+                floorRounds.push_back(drive(floorTwin, mainThread, [&] { mouse.move(1, 0); }));
+                const std::uint64_t one = 1;
+                [[maybe_unused]] const ssize_t written = ::write(stopFd, &one, sizeof one);
+            });
+            minimalForwarder(sourceNode, stopFd, floorTwin, ready);
+            driver.join();
+            ::close(stopFd);
+        }
+
+        engine.start();
+        twinNode.clear();
+        for (const auto &device : backend.devices()) {
+            if (device.node.toStdString() == sourceNode)
+                twinNode = device.twinNode.toStdString();
+        }
+        if (twinNode.empty()) {
+            std::fprintf(stderr, "bench: the backend did not take the mouse over\n");
+            return 1;
+        }
+        runOnWorker(app, [&] { plainRounds.push_back(drive(twinNode, mainThread, [&] { mouse.move(1, 0); })); });
+        // Scrolling: every frame is a drag the engine turns into a wheel frame as well.
+        SettingsStore::shared().setValue(SettingsKeys::momentumScroll, false);
+        runOnWorker(app, [&] {
+            mouse.press(BTN_RIGHT);
+            mouse.move(0, 10);
+            scrollingRounds.push_back(drive(twinNode, mainThread, [&] { mouse.move(1, 1); }));
+            mouse.release(BTN_RIGHT);
+        });
+        SettingsStore::shared().remove(SettingsKeys::momentumScroll);
+        if (round + 1 < rounds)
+            engine.stop();
+    }
+    const auto best = [](std::vector<Figures> all) {
+        Figures result;
+        const auto pick = [&](double Figures::*field) {
+            std::sort(all.begin(), all.end(), [&](const Figures &a, const Figures &b) { return a.*field < b.*field; });
+            result.*field = all.front().*field;
+        };
+        pick(&Figures::medianLatencyUs);
+        pick(&Figures::p99LatencyUs);
+        pick(&Figures::cpuPerFrameUs);
+        return result;
+    };
+    const Figures floor = best(floorRounds);
+    const Figures plain = best(plainRounds);
+    const Figures scrolling = best(scrollingRounds);
+
+    // Momentum of a quick flick: the spacing of its wheel frames on the twin.
+    std::vector<double> intervalsMs;
+    runOnWorker(app, [&] {
+        const int twin = openReader(twinNode);
+        std::this_thread::sleep_for(std::chrono::milliseconds(500)); // let the previous run end
+        input_event drain[64];
+        ::fcntl(twin, F_SETFL, O_NONBLOCK);
+        while (::read(twin, drain, sizeof drain) > 0) {
+        }
+        ::fcntl(twin, F_SETFL, 0);
+        mouse.press(BTN_RIGHT);
+        for (int i = 0; i < 10; ++i)
+            mouse.move(0, 30);
+        mouse.release(BTN_RIGHT);
+        awaitFrame(twin, EV_SYN, SYN_REPORT); // the drag's own frames
+        std::int64_t previous = -1;
+        for (;;) {
+            const std::int64_t at = awaitFrame(twin, EV_REL, REL_WHEEL_HI_RES, 300);
+            if (at < 0)
+                break;
+            if (previous >= 0)
+                intervalsMs.push_back(static_cast<double>(at - previous) / 1e6);
+            previous = at;
+        }
+        ::close(twin);
+    });
+
+    while (engine.isMomentumRunning()) // its last steps move nothing but still tick
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+
+    // Idle: two seconds with the mouse untouched. The one timer that ends the wait wakes the main
+    // thread once; everything else should sleep.
+    const pid_t mainTid = static_cast<pid_t>(syscall(SYS_gettid));
+    const long mainBefore = contextSwitches(mainTid);
+    const long allBefore = contextSwitches();
+    QTimer::singleShot(2000, &app, &QCoreApplication::quit);
+    app.exec();
+    const long mainWakeUps = contextSwitches(mainTid) - mainBefore;
+    const long otherWakeUps = contextSwitches() - allBefore - mainWakeUps;
+
+    engine.stop();
+
+    const auto line = [](const char *name, const Figures &f) {
+        std::printf("  %-34s median %7.1f us   p99 %7.1f us   CPU %6.1f us/frame\n", name, f.medianLatencyUs,
+                    f.p99LatencyUs, f.cpuPerFrameUs);
+    };
+    std::printf("Linux backend, mouse to twin (kernel timestamps), best of %d rounds of %d frames:\n", rounds,
+                framesPerRun);
+    line("minimal forwarder (floor)", floor);
+    line("Kestrix, pointer motion", plain);
+    line("Kestrix, scrolling drag (+wheel)", scrolling);
+    std::printf("  ratio to the floor: latency %.2fx (motion), %.2fx (scrolling); CPU %.2fx (motion), %.2fx (scrolling)\n",
+                plain.medianLatencyUs / floor.medianLatencyUs, scrolling.medianLatencyUs / floor.medianLatencyUs,
+                plain.cpuPerFrameUs / floor.cpuPerFrameUs, scrolling.cpuPerFrameUs / floor.cpuPerFrameUs);
+    std::printf("  idle 2 s: main thread woken %ld time(s) (1 is this measurement's own timer), other threads %ld\n",
+                mainWakeUps, otherWakeUps);
+    if (!intervalsMs.empty()) {
+        double sum = 0;
+        double worst = 0;
+        int within = 0;
+        for (const double interval : intervalsMs) {
+            sum += interval;
+            worst = std::max(worst, std::abs(interval - 16.0));
+            within += std::abs(interval - 16.0) <= 1.0 ? 1 : 0;
+        }
+        std::printf("  momentum: %zu steps, mean spacing %.2f ms, %d of them within 16 +- 1 ms, worst off by %.2f ms\n",
+                    intervalsMs.size() + 1, sum / static_cast<double>(intervalsMs.size()), within, worst);
+    }
+    return 0;
+}
