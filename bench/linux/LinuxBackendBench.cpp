@@ -44,7 +44,7 @@ constexpr int rounds = 7;
 
 std::int64_t nowNs(clockid_t clock = CLOCK_MONOTONIC)
 {
-    timespec time{};
+    timespec time {};
     clock_gettime(clock, &time);
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
@@ -52,7 +52,7 @@ std::int64_t nowNs(clockid_t clock = CLOCK_MONOTONIC)
 std::int64_t eventNs(const input_event &event)
 {
     return static_cast<std::int64_t>(event.input_event_sec) * 1'000'000'000
-           + static_cast<std::int64_t>(event.input_event_usec) * 1000;
+        + static_cast<std::int64_t>(event.input_event_usec) * 1000;
 }
 
 // Opens a node for reading with kernel timestamps in the monotonic clock.
@@ -70,7 +70,7 @@ std::int64_t awaitFrame(int fd, int type, int code, int timeoutMs = 2000)
 {
     bool seen = false;
     for (;;) {
-        pollfd entry{fd, POLLIN, 0};
+        pollfd entry { fd, POLLIN, 0 };
         if (poll(&entry, 1, timeoutMs) <= 0)
             return -1;
         input_event events[64];
@@ -98,7 +98,7 @@ struct Figures
 Figures drive(const std::string &twinNode, pthread_t forwarder, const std::function<void()> &perFrame)
 {
     const int twin = openReader(twinNode);
-    clockid_t forwarderClock{};
+    clockid_t forwarderClock {};
     pthread_getcpuclockid(forwarder, &forwarderClock);
     std::vector<double> latencies;
     latencies.reserve(framesPerRun);
@@ -138,7 +138,7 @@ void minimalForwarder(const std::string &sourceNode, int stopFd, std::string &tw
     twinNode = libevdev_uinput_get_devnode(twin);
     ready.store(true);
     const int out = libevdev_uinput_get_fd(twin);
-    pollfd entries[2] = {{source, POLLIN, 0}, {stopFd, POLLIN, 0}};
+    pollfd entries[2] = { { source, POLLIN, 0 }, { stopFd, POLLIN, 0 } };
     input_event events[64];
     while (poll(entries, 2, -1) > 0 && (entries[1].revents & POLLIN) == 0) {
         const ssize_t got = ::read(source, events, sizeof events);
@@ -212,7 +212,7 @@ int main(int argc, char **argv)
         {
             const int stopFd = eventfd(0, EFD_CLOEXEC);
             std::string floorTwin;
-            std::atomic<bool> ready{false};
+            std::atomic<bool> ready { false };
             std::thread driver([&] {
                 while (!ready.load())
                     std::this_thread::yield();
@@ -270,8 +270,7 @@ int main(int argc, char **argv)
         std::this_thread::sleep_for(std::chrono::milliseconds(500)); // let the previous run end
         input_event drain[64];
         ::fcntl(twin, F_SETFL, O_NONBLOCK);
-        while (::read(twin, drain, sizeof drain) > 0) {
-        }
+        while (::read(twin, drain, sizeof drain) > 0) { }
         ::fcntl(twin, F_SETFL, 0);
         mouse.press(BTN_RIGHT);
         for (int i = 0; i < 10; ++i)
@@ -307,18 +306,19 @@ int main(int argc, char **argv)
 
     const auto line = [](const char *name, const Figures &f) {
         std::printf("  %-34s median %7.1f us   p99 %7.1f us   CPU %6.1f us/frame\n", name, f.medianLatencyUs,
-                    f.p99LatencyUs, f.cpuPerFrameUs);
+            f.p99LatencyUs, f.cpuPerFrameUs);
     };
-    std::printf("Linux backend, mouse to twin (kernel timestamps), best of %d rounds of %d frames:\n", rounds,
-                framesPerRun);
+    std::printf(
+        "Linux backend, mouse to twin (kernel timestamps), best of %d rounds of %d frames:\n", rounds, framesPerRun);
     line("minimal forwarder (floor)", floor);
     line("Kestrix, pointer motion", plain);
     line("Kestrix, scrolling drag (+wheel)", scrolling);
-    std::printf("  ratio to the floor: latency %.2fx (motion), %.2fx (scrolling); CPU %.2fx (motion), %.2fx (scrolling)\n",
-                plain.medianLatencyUs / floor.medianLatencyUs, scrolling.medianLatencyUs / floor.medianLatencyUs,
-                plain.cpuPerFrameUs / floor.cpuPerFrameUs, scrolling.cpuPerFrameUs / floor.cpuPerFrameUs);
+    std::printf(
+        "  ratio to the floor: latency %.2fx (motion), %.2fx (scrolling); CPU %.2fx (motion), %.2fx (scrolling)\n",
+        plain.medianLatencyUs / floor.medianLatencyUs, scrolling.medianLatencyUs / floor.medianLatencyUs,
+        plain.cpuPerFrameUs / floor.cpuPerFrameUs, scrolling.cpuPerFrameUs / floor.cpuPerFrameUs);
     std::printf("  idle 2 s: main thread woken %ld time(s) (1 is this measurement's own timer), other threads %ld\n",
-                mainWakeUps, otherWakeUps);
+        mainWakeUps, otherWakeUps);
     if (!intervalsMs.empty()) {
         double sum = 0;
         double worst = 0;
@@ -329,7 +329,7 @@ int main(int argc, char **argv)
             within += std::abs(interval - 16.0) <= 1.0 ? 1 : 0;
         }
         std::printf("  momentum: %zu steps, mean spacing %.2f ms, %d of them within 16 +- 1 ms, worst off by %.2f ms\n",
-                    intervalsMs.size() + 1, sum / static_cast<double>(intervalsMs.size()), within, worst);
+            intervalsMs.size() + 1, sum / static_cast<double>(intervalsMs.size()), within, worst);
     }
     return 0;
 }

@@ -29,7 +29,7 @@ InputWatchdog::~InputWatchdog()
 
 std::int64_t InputWatchdog::now()
 {
-    timespec time{};
+    timespec time {};
     clock_gettime(CLOCK_MONOTONIC, &time);
     return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
@@ -50,7 +50,7 @@ bool InputWatchdog::anyReadable()
     {
         std::lock_guard lock(m_fdsMutex);
         for (const int fd : m_fds)
-            polled.push_back({fd, POLLIN, 0});
+            polled.push_back({ fd, POLLIN, 0 });
     }
     if (polled.empty())
         return false;
@@ -71,7 +71,7 @@ bool InputWatchdog::sleepUntil(std::int64_t deadline)
         const std::int64_t left = deadline - now();
         if (left <= 0)
             return true;
-        pollfd wake{m_wakeFd, POLLIN, 0};
+        pollfd wake { m_wakeFd, POLLIN, 0 };
         const int ms = static_cast<int>((left + 999'999) / 1'000'000);
         if (poll(&wake, 1, ms) > 0) {
             std::uint64_t count = 0;
@@ -88,11 +88,11 @@ void InputWatchdog::run()
     std::vector<pollfd> polled;
     while (!m_stopping.load()) {
         polled.clear();
-        polled.push_back({m_wakeFd, POLLIN, 0});
+        polled.push_back({ m_wakeFd, POLLIN, 0 });
         {
             std::lock_guard lock(m_fdsMutex);
             for (const int fd : m_fds)
-                polled.push_back({fd, POLLIN, 0});
+                polled.push_back({ fd, POLLIN, 0 });
         }
         const int ready = poll(polled.data(), polled.size(), -1);
         if (ready < 0 && errno != EINTR)

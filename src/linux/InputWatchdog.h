@@ -41,9 +41,9 @@ private:
 
     const std::int64_t m_limitNs;
     const std::function<void()> m_release;
-    std::atomic<std::uint64_t> m_services{0};
+    std::atomic<std::uint64_t> m_services { 0 };
     int m_wakeFd = -1; // eventfd: the set of nodes changed, or the thread must stop
-    std::atomic<bool> m_stopping{false};
+    std::atomic<bool> m_stopping { false };
     std::mutex m_fdsMutex;
     std::vector<int> m_fds;
     std::thread m_thread;

@@ -24,7 +24,7 @@ constexpr char uinputNode[] = "/dev/uinput";
 
 input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
 {
-    input_event event{};
+    input_event event {};
     event.type = type;
     event.code = code;
     event.value = value;
@@ -34,7 +34,7 @@ input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value
 std::int64_t eventTimeNs(const input_event &event)
 {
     return static_cast<std::int64_t>(event.input_event_sec) * 1'000'000'000
-           + static_cast<std::int64_t>(event.input_event_usec) * 1000;
+        + static_cast<std::int64_t>(event.input_event_usec) * 1000;
 }
 
 std::string describe(const PointerDevice &device) { return device.node() + " (" + device.name() + ")"; }
@@ -96,7 +96,7 @@ bool LinuxInputBackend::install()
         return true;
     if (access(uinputNode, R_OK | W_OK) != 0) {
         Log::write(std::string("[Kestrix] Cannot write ") + uinputNode + ": " + std::strerror(errno)
-                   + "; no mouse is taken over");
+            + "; no mouse is taken over");
         return false;
     }
     m_udev = udev_new();
@@ -159,8 +159,7 @@ void LinuxInputBackend::uninstall()
     const bool hadDevices = !devices.empty();
     for (Entry &entry : devices) {
         delete entry.notifier;
-        Log::debug("[Kestrix] Released " + describe(*entry.device) + "; twin " + entry.device->twinNode()
-                   + " removed");
+        Log::debug("[Kestrix] Released " + describe(*entry.device) + "; twin " + entry.device->twinNode() + " removed");
         entry.device.reset(); // releases what the twin holds, ungrabs, destroys the twin
     }
     m_gestureDevice = nullptr;
@@ -201,7 +200,7 @@ void LinuxInputBackend::considerDevice(udev_device *device)
         return;
     case PointerDeviceFilter::Verdict::PointerKeyboard:
         Log::write("[Kestrix] Skipping " + node
-                   + ": it reports keys as well as motion, and Kestrix never takes over a keyboard");
+            + ": it reports keys as well as motion, and Kestrix never takes over a keyboard");
         return;
     case PointerDeviceFilter::Verdict::Pointer:
     case PointerDeviceFilter::Verdict::Unclassified:
@@ -214,7 +213,7 @@ void LinuxInputBackend::considerDevice(udev_device *device)
             dpi = *parsed;
         } else {
             Log::write("[Kestrix] Ignoring MOUSE_DPI \"" + std::string(dpiText) + "\" of " + node
-                       + ": not a resolution; taking 1000 dpi");
+                + ": not a resolution; taking 1000 dpi");
         }
     }
 
@@ -230,10 +229,10 @@ void LinuxInputBackend::considerDevice(udev_device *device)
     connect(notifier, &QSocketNotifier::activated, this, [this, raw] { service(raw); });
     {
         std::lock_guard lock(m_devicesMutex);
-        m_devices.push_back({std::move(opened), notifier, true});
+        m_devices.push_back({ std::move(opened), notifier, true });
     }
-    Log::debug("[Kestrix] Took over " + describe(*raw) + " at " + std::to_string(dpi) + " dpi; twin "
-               + raw->twinNode());
+    Log::debug(
+        "[Kestrix] Took over " + describe(*raw) + " at " + std::to_string(dpi) + " dpi; twin " + raw->twinNode());
     tryGrab(m_devices.back());
     if (m_watchdog != nullptr)
         watchCurrentDevices();
@@ -245,7 +244,8 @@ void LinuxInputBackend::tryGrab(Entry &entry)
     PointerDevice &device = *entry.device;
     const bool afterWatchdog = device.grabLostAt() != 0;
     if (!device.grab()) {
-        Log::debug("[Kestrix] Grab of " + describe(device) + " waits until its buttons are up and no one else holds it");
+        Log::debug(
+            "[Kestrix] Grab of " + describe(device) + " waits until its buttons are up and no one else holds it");
         return;
     }
     entry.wantGrab = false;
@@ -323,7 +323,7 @@ void LinuxInputBackend::removeDevice(PointerDevice *device)
     m_leavingDevice = device;
     if (device->rightHeld) {
         device->rightHeld = false;
-        deliver({PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0});
+        deliver({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 });
     }
     if (m_gestureDevice == device)
         m_gestureDevice = nullptr;
@@ -369,7 +369,7 @@ void LinuxInputBackend::service(PointerDevice *device)
     // hears of it and switches the hook back on (reenable()).
     if (m_watchdogFired.exchange(false)) {
         if (m_engine != nullptr && m_engine->isStarted())
-            deliver({PointerEventType::HookDisabledByTimeout, 0.0, 0.0, {}, 0});
+            deliver({ PointerEventType::HookDisabledByTimeout, 0.0, 0.0, {}, 0 });
         else
             reenable();
     }
@@ -407,17 +407,17 @@ void LinuxInputBackend::handleFrame(PointerDevice &device)
     Verdict motion = Verdict::Pass;
     if ((countsX != 0 || countsY != 0) && device.rightHeld) {
         const double scale = device.pointsPerCount();
-        motion = deliver({PointerEventType::RightMouseDragged, countsX * scale, countsY * scale, {}, 0});
+        motion = deliver({ PointerEventType::RightMouseDragged, countsX * scale, countsY * scale, {}, 0 });
     }
     Verdict button = Verdict::Pass;
     if (rightValue == 1) {
         device.rightHeld = true;
         m_gestureDevice = &device;
         m_wheel.reset();
-        button = deliver({PointerEventType::RightMouseDown, 0.0, 0.0, {}, 0});
+        button = deliver({ PointerEventType::RightMouseDown, 0.0, 0.0, {}, 0 });
     } else if (rightValue == 0) {
         device.rightHeld = false;
-        button = deliver({PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0});
+        button = deliver({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 });
     }
     m_frameDevice = nullptr;
 
@@ -458,7 +458,7 @@ void LinuxInputBackend::handleSharedFrame(PointerDevice &device)
             continue;
         if (event.code == BTN_RIGHT && device.rightHeld) {
             device.rightHeld = false;
-            deliver({PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0});
+            deliver({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 });
         }
         if (device.twinKeyHeld(event.code))
             m_out.push_back(event);
@@ -494,21 +494,20 @@ bool LinuxInputBackend::postScroll(const ScrollEvent &event)
     PointerDevice *target = scrollTarget();
     if (target == nullptr)
         return false;
-    WheelEncoder::Frame frame{};
+    WheelEncoder::Frame frame {};
     const std::optional<std::size_t> length = m_wheel.encode(event.unit, event.vertical, event.horizontal, frame);
     if (!length) {
-        Log::write("[Kestrix] Scroll amount " + std::to_string(event.vertical) + ", "
-                   + std::to_string(event.horizontal) + " does not fit a wheel event; skipped");
+        Log::write("[Kestrix] Scroll amount " + std::to_string(event.vertical) + ", " + std::to_string(event.horizontal)
+            + " does not fit a wheel event; skipped");
         return false;
     }
     if (Log::debugEnabled()) {
         std::string line = std::string("[Kestrix] Scroll unit=") + unitName(event.unit)
-                           + " vertical=" + std::to_string(event.vertical)
-                           + " horizontal=" + std::to_string(event.horizontal);
+            + " vertical=" + std::to_string(event.vertical) + " horizontal=" + std::to_string(event.horizontal);
         if (event.phases) {
             line += " scrollPhase=" + std::to_string(event.phases->scrollPhase)
-                    + " momentumPhase=" + std::to_string(event.phases->momentumPhase)
-                    + " continuous=" + std::to_string(event.phases->isContinuous);
+                + " momentumPhase=" + std::to_string(event.phases->momentumPhase)
+                + " continuous=" + std::to_string(event.phases->isContinuous);
         } else {
             line += " (no phases)";
         }
@@ -522,10 +521,11 @@ bool LinuxInputBackend::postScroll(const ScrollEvent &event)
     if (*length == 0)
         return true;
     if (target == m_frameDevice) {
-        m_frameWheel.insert(m_frameWheel.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(*length - 1));
+        m_frameWheel.insert(
+            m_frameWheel.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(*length - 1));
         return true;
     }
-    return target->writeFrame({frame.data(), *length});
+    return target->writeFrame({ frame.data(), *length });
 }
 
 bool LinuxInputBackend::postRightClick(PointerLocation location, std::uint64_t marker)
@@ -535,8 +535,8 @@ bool LinuxInputBackend::postRightClick(PointerLocation location, std::uint64_t m
     PointerDevice *target = m_gestureDevice != m_leavingDevice ? m_gestureDevice : nullptr;
     if (target == nullptr)
         return false;
-    const input_event press[] = {makeEvent(EV_KEY, BTN_RIGHT, 1), makeEvent(EV_SYN, SYN_REPORT, 0)};
-    const input_event release[] = {makeEvent(EV_KEY, BTN_RIGHT, 0), makeEvent(EV_SYN, SYN_REPORT, 0)};
+    const input_event press[] = { makeEvent(EV_KEY, BTN_RIGHT, 1), makeEvent(EV_SYN, SYN_REPORT, 0) };
+    const input_event release[] = { makeEvent(EV_KEY, BTN_RIGHT, 0), makeEvent(EV_SYN, SYN_REPORT, 0) };
     const bool posted = target->writeFrame(press) && target->writeFrame(release);
     Log::debug("[Kestrix] Replayed right click on " + target->twinNode() + (posted ? "" : " failed"));
     return posted;
@@ -551,8 +551,8 @@ std::vector<LinuxInputBackend::DeviceInfo> LinuxInputBackend::devices() const
     std::vector<DeviceInfo> result;
     for (const Entry &entry : m_devices) {
         const PointerDevice &device = *entry.device;
-        result.push_back({QString::fromStdString(device.node()), QString::fromStdString(device.twinNode()),
-                          QString::fromStdString(device.name()), device.dpi(), device.isGrabbed()});
+        result.push_back({ QString::fromStdString(device.node()), QString::fromStdString(device.twinNode()),
+            QString::fromStdString(device.name()), device.dpi(), device.isGrabbed() });
     }
     return result;
 }

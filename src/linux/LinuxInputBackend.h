@@ -53,7 +53,7 @@ class LinuxInputBackend final : public QObject, public InputHook, public EventPo
 {
     Q_OBJECT
 public:
-    static constexpr std::chrono::milliseconds watchdogLimit{250};
+    static constexpr std::chrono::milliseconds watchdogLimit { 250 };
 
     explicit LinuxInputBackend(QObject *parent = nullptr);
     ~LinuxInputBackend() override; // releases every grab, destroys every twin
@@ -123,7 +123,7 @@ private:
     mutable std::mutex m_devicesMutex; // the list, against the watchdog's walk over it
     std::vector<Entry> m_devices;
     std::unique_ptr<InputWatchdog> m_watchdog;
-    std::atomic<bool> m_watchdogFired{false};
+    std::atomic<bool> m_watchdogFired { false };
 
     PointerDevice *m_gestureDevice = nullptr; // the mouse whose right press started the gesture
     PointerDevice *m_leavingDevice = nullptr; // being unplugged: nothing more is written to it

@@ -20,7 +20,7 @@ namespace {
 
 input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
 {
-    input_event event{};
+    input_event event {};
     event.type = type;
     event.code = code;
     event.value = value;
@@ -56,7 +56,7 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
         break;
     case PointerDeviceFilter::Verdict::PointerKeyboard:
         error = "Skipping " + node + " (" + device->m_name
-                + "): it reports keys as well as motion, and Kestrix never takes over a keyboard";
+            + "): it reports keys as well as motion, and Kestrix never takes over a keyboard";
         return nullptr;
     case PointerDeviceFilter::Verdict::KestrixTwin:
     case PointerDeviceFilter::Verdict::Unclassified:
@@ -71,7 +71,7 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
 
     // The twin is described by this same libevdev object: these changes only touch libevdev's own
     // description of the source, never the kernel's device.
-    for (const int code : {REL_WHEEL, REL_HWHEEL, REL_WHEEL_HI_RES, REL_HWHEEL_HI_RES})
+    for (const int code : { REL_WHEEL, REL_HWHEEL, REL_WHEEL_HI_RES, REL_HWHEEL_HI_RES })
         libevdev_enable_event_code(source, EV_REL, static_cast<unsigned int>(code), nullptr);
     // libevdev leaves a uinput device's phys empty, so the marker is set on our own uinput handle
     // before libevdev creates the device through it.
@@ -160,9 +160,9 @@ bool PointerDevice::releaseGrab(std::int64_t nowNs)
 PointerDevice::ReadStatus PointerDevice::readFrame(std::vector<input_event> &frame)
 {
     for (;;) {
-        input_event event{};
-        const int rc = libevdev_next_event(m_source, m_syncing ? LIBEVDEV_READ_FLAG_SYNC : LIBEVDEV_READ_FLAG_NORMAL,
-                                           &event);
+        input_event event {};
+        const int rc
+            = libevdev_next_event(m_source, m_syncing ? LIBEVDEV_READ_FLAG_SYNC : LIBEVDEV_READ_FLAG_NORMAL, &event);
         if (rc == -EAGAIN) {
             if (m_syncing) {
                 m_syncing = false;

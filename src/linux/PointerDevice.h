@@ -96,8 +96,8 @@ private:
     std::vector<input_event> m_partial;
 
     mutable std::mutex m_outputMutex; // guards the twin's output, its key state and the grab
-    std::atomic<bool> m_grabbed{false}; // written under the mutex, read without it
-    std::atomic<std::int64_t> m_grabLostAtNs{0};
+    std::atomic<bool> m_grabbed { false }; // written under the mutex, read without it
+    std::atomic<std::int64_t> m_grabLostAtNs { 0 };
     std::bitset<KEY_CNT> m_twinKeys;
 };
 

@@ -59,8 +59,8 @@ Verdict classify(const libevdev *device)
 {
     if (carriesMarker(libevdev_get_phys(device), libevdev_get_uniq(device)))
         return Verdict::KestrixTwin;
-    const bool pointer = libevdev_has_event_code(device, EV_REL, REL_X) && libevdev_has_event_code(device, EV_REL, REL_Y)
-                         && libevdev_has_event_code(device, EV_KEY, BTN_RIGHT);
+    const bool pointer = libevdev_has_event_code(device, EV_REL, REL_X)
+        && libevdev_has_event_code(device, EV_REL, REL_Y) && libevdev_has_event_code(device, EV_KEY, BTN_RIGHT);
     // Absolute axes mean a touchpad, tablet or touchscreen, whatever else the node reports.
     if (!pointer || libevdev_has_event_type(device, EV_ABS))
         return Verdict::Other;

@@ -18,10 +18,10 @@ std::string twinPhys(const char *sourcePhys);
 bool carriesMarker(const char *phys, const char *uniq);
 
 enum class Verdict {
-    Pointer,           // grab it
-    PointerKeyboard,   // motion and keys on one node: grabbing it would route typing through us
-    KestrixTwin,       // one of ours, or another running copy's
-    Unclassified,      // udev has not described the node; decide from its capabilities
+    Pointer, // grab it
+    PointerKeyboard, // motion and keys on one node: grabbing it would route typing through us
+    KestrixTwin, // one of ours, or another running copy's
+    Unclassified, // udev has not described the node; decide from its capabilities
     Other,
 };
 

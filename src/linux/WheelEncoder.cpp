@@ -13,7 +13,7 @@ bool fitsEvdev(std::int64_t value)
 
 input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int64_t value)
 {
-    input_event event{};
+    input_event event {};
     event.type = type;
     event.code = code;
     event.value = static_cast<std::int32_t>(value);
@@ -35,7 +35,7 @@ WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, ScrollUnit unit, std::in
     }
     switch (unit) {
     case ScrollUnit::Line:
-        return {amount * unitsPerDetent, amount};
+        return { amount * unitsPerDetent, amount };
     case ScrollUnit::Pixel:
         break;
     }
@@ -46,11 +46,11 @@ WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, ScrollUnit unit, std::in
     axis.remainder += hiRes;
     const std::int64_t clicks = axis.remainder / unitsPerDetent;
     axis.remainder -= clicks * unitsPerDetent;
-    return {hiRes, clicks};
+    return { hiRes, clicks };
 }
 
-std::optional<std::size_t> WheelEncoder::encode(ScrollUnit unit, std::int32_t vertical, std::int32_t horizontal,
-                                               Frame &frame)
+std::optional<std::size_t> WheelEncoder::encode(
+    ScrollUnit unit, std::int32_t vertical, std::int32_t horizontal, Frame &frame)
 {
     const Axis savedVertical = m_vertical;
     const Axis savedHorizontal = m_horizontal;
@@ -73,7 +73,7 @@ std::optional<std::size_t> WheelEncoder::encode(ScrollUnit unit, std::int32_t ve
     if (h.clicks != 0)
         frame[count++] = makeEvent(EV_REL, REL_HWHEEL, h.clicks);
     if (count == 0)
-        return std::size_t{0};
+        return std::size_t { 0 };
     frame[count++] = makeEvent(EV_SYN, SYN_REPORT, 0);
     return count;
 }

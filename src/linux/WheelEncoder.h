@@ -49,8 +49,8 @@ public:
 private:
     struct Axis
     {
-        double fraction = 0.0;       // high-resolution units not yet sent
-        std::int64_t remainder = 0;  // high-resolution units sent since the last legacy click
+        double fraction = 0.0; // high-resolution units not yet sent
+        std::int64_t remainder = 0; // high-resolution units sent since the last legacy click
     };
     struct AxisOutput
     {

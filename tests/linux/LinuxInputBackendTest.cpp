@@ -6,12 +6,12 @@
 // Amounts: at scroll speed 1.0 a drag of N points scrolls N pixels, which are N x 120 / 55
 // high-resolution wheel units (WheelEncoder), so 100 points make 218 units and one legacy click.
 
+#include "linux/LinuxInputBackend.h"
 #include "VirtualMouse.h"
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 #include "engine/GrabScrollManager.h"
-#include "linux/LinuxInputBackend.h"
 
 #include <QDeadlineTimer>
 #include <QJsonValue>
@@ -36,7 +36,7 @@ constexpr int deadlineMs = 20000; // generous: the VM runs under emulation
 struct Session
 {
     LinuxInputBackend backend;
-    GrabScrollManager engine{backend, backend, backend};
+    GrabScrollManager engine { backend, backend, backend };
 
     Session() { backend.setEngine(&engine); }
     ~Session() { engine.stop(); }
@@ -85,22 +85,22 @@ void set(QLatin1StringView key, const QJsonValue &value) { SettingsStore::shared
 
 // Waits until everything written to `mouse` so far went through the backend: a side-button click
 // is written and awaited on the twin.
-#define SYNC(mouse, twin)                                                                                             \
-    do {                                                                                                              \
-        const int seen = (twin).pump().count(EV_KEY, BTN_SIDE, 0);                                                    \
-        (mouse).press(BTN_SIDE);                                                                                      \
-        (mouse).release(BTN_SIDE);                                                                                    \
-        QTRY_VERIFY_WITH_TIMEOUT((twin).pump().count(EV_KEY, BTN_SIDE, 0) > seen, deadlineMs);                        \
+#define SYNC(mouse, twin)                                                                                              \
+    do {                                                                                                               \
+        const int seen = (twin).pump().count(EV_KEY, BTN_SIDE, 0);                                                     \
+        (mouse).press(BTN_SIDE);                                                                                       \
+        (mouse).release(BTN_SIDE);                                                                                     \
+        QTRY_VERIFY_WITH_TIMEOUT((twin).pump().count(EV_KEY, BTN_SIDE, 0) > seen, deadlineMs);                         \
     } while (false)
 
 // A source mouse taken over by a started session, and a reader of its twin.
-#define TAKE_OVER(session, mouse, twinVar)                                                                            \
-    QVERIFY((mouse).isValid());                                                                                       \
-    QVERIFY((mouse).waitForUdev());                                                                                   \
-    (session).engine.start();                                                                                         \
-    QVERIFY((session).engine.isStarted());                                                                            \
-    QTRY_VERIFY_WITH_TIMEOUT((session).grabbed((mouse).node()), deadlineMs);                                          \
-    EventLog twinVar((session).device((mouse).node())->twinNode);                                                     \
+#define TAKE_OVER(session, mouse, twinVar)                                                                             \
+    QVERIFY((mouse).isValid());                                                                                        \
+    QVERIFY((mouse).waitForUdev());                                                                                    \
+    (session).engine.start();                                                                                          \
+    QVERIFY((session).engine.isStarted());                                                                             \
+    QTRY_VERIFY_WITH_TIMEOUT((session).grabbed((mouse).node()), deadlineMs);                                           \
+    EventLog twinVar((session).device((mouse).node())->twinNode);                                                      \
     QVERIFY(twinVar.isOpen())
 
 class LinuxInputBackendTest : public QObject
@@ -146,11 +146,11 @@ private Q_SLOTS:
             if (frame.front().type == EV_KEY && frame.front().code == BTN_RIGHT)
                 clickFrames.push_back(frame);
         }
-        QCOMPARE(clickFrames.size(), std::size_t{2});
-        QCOMPARE(clickFrames[0].size(), std::size_t{2});
+        QCOMPARE(clickFrames.size(), std::size_t { 2 });
+        QCOMPARE(clickFrames[0].size(), std::size_t { 2 });
         QCOMPARE(clickFrames[0][0].value, 1);
         QCOMPARE(clickFrames[1][0].value, 0);
-        QCOMPARE(otherReader.pump().eventCount(), std::size_t{0});
+        QCOMPARE(otherReader.pump().eventCount(), std::size_t { 0 });
         QCOMPARE(session.engine.state(), GrabScrollManager::State::Idle);
     }
 
@@ -162,7 +162,7 @@ private Q_SLOTS:
         QTest::addColumn<bool>("reverse");
         QTest::addColumn<int>("dx");
         QTest::addColumn<int>("dy");
-        QTest::addColumn<int>("wheel");  // expected REL_WHEEL_HI_RES total
+        QTest::addColumn<int>("wheel"); // expected REL_WHEEL_HI_RES total
         QTest::addColumn<int>("hwheel"); // expected REL_HWHEEL_HI_RES total
 
         // REL_WHEEL positive moves the content down, REL_HWHEEL positive moves it left.
@@ -204,14 +204,14 @@ private Q_SLOTS:
             for (const input_event &event : frame) {
                 legacy = legacy || (event.type == EV_REL && (event.code == REL_WHEEL || event.code == REL_HWHEEL));
                 hiRes = hiRes
-                        || (event.type == EV_REL && (event.code == REL_WHEEL_HI_RES || event.code == REL_HWHEEL_HI_RES));
+                    || (event.type == EV_REL && (event.code == REL_WHEEL_HI_RES || event.code == REL_HWHEEL_HI_RES));
             }
             QVERIFY(!legacy || hiRes);
         }
         QCOMPARE(twin.sum(EV_REL, REL_X), 10 * dx);
         QCOMPARE(twin.sum(EV_REL, REL_Y), 10 * dy);
         QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
-        QCOMPARE(otherReader.pump().eventCount(), std::size_t{0});
+        QCOMPARE(otherReader.pump().eventCount(), std::size_t { 0 });
     }
 
     // Mostly vertical: the first step scrolls both axes, then the gesture keeps to the vertical.
@@ -234,7 +234,7 @@ private Q_SLOTS:
         QCOMPARE(twin.sum(EV_REL, REL_WHEEL), 1);
 
         twin.clear();
-        mouse.frame({{REL_WHEEL, -1}});
+        mouse.frame({ { REL_WHEEL, -1 } });
         SYNC(mouse, twin);
         QCOMPARE(twin.sum(EV_REL, REL_WHEEL), -1);
         QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), -120);
@@ -499,7 +499,7 @@ private Q_SLOTS:
         otherReader.pump().clear();
         mouse.move(0, 1);
         SYNC(mouse, twin);
-        QCOMPARE(otherReader.pump().eventCount(), std::size_t{0});
+        QCOMPARE(otherReader.pump().eventCount(), std::size_t { 0 });
         QVERIFY(twin.sum(EV_REL, REL_Y) >= 1);
     }
 

@@ -36,9 +36,9 @@ public:
         libevdev_set_id_vendor(description, 0x4b58);
         libevdev_set_id_product(description, 0x0001);
         libevdev_set_phys(description, "usb-kestrix-test/input0");
-        for (const int code : {BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE})
+        for (const int code : { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE })
             libevdev_enable_event_code(description, EV_KEY, static_cast<unsigned int>(code), nullptr);
-        for (const int code : {REL_X, REL_Y, REL_WHEEL})
+        for (const int code : { REL_X, REL_Y, REL_WHEEL })
             libevdev_enable_event_code(description, EV_REL, static_cast<unsigned int>(code), nullptr);
         if (hiResWheel)
             libevdev_enable_event_code(description, EV_REL, REL_WHEEL_HI_RES, nullptr);
@@ -63,9 +63,9 @@ public:
         }
         libevdev_uinput_write_event(m_device, EV_SYN, SYN_REPORT, 0);
     }
-    void move(int dx, int dy) { frame({{REL_X, dx}, {REL_Y, dy}}); }
-    void press(int button) { frame({{button, 1}}); }
-    void release(int button) { frame({{button, 0}}); }
+    void move(int dx, int dy) { frame({ { REL_X, dx }, { REL_Y, dy } }); }
+    void press(int button) { frame({ { button, 1 } }); }
+    void release(int button) { frame({ { button, 0 } }); }
 
     void unplug()
     {
@@ -106,8 +106,7 @@ class EventLog
 public:
     explicit EventLog(const QString &node)
         : m_fd(::open(node.toUtf8().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))
-    {
-    }
+    { }
     ~EventLog()
     {
         if (m_fd >= 0)

@@ -115,7 +115,7 @@ private Q_SLOTS:
         WheelEncoder encoder;
         Sums sums;
         for (int i = 0; i < steps; ++i) {
-            WheelEncoder::Frame frame{};
+            WheelEncoder::Frame frame {};
             const std::optional<std::size_t> length = encoder.encode(ScrollUnit::Pixel, vertical, horizontal, frame);
             QVERIFY(length.has_value());
             if (*length == 0)
@@ -146,9 +146,9 @@ private Q_SLOTS:
     {
         WheelEncoder encoder;
         Sums sums;
-        WheelEncoder::Frame frame{};
+        WheelEncoder::Frame frame {};
         const int hundredUnits = 55 * 100 / 120; // pixels that make about 100 units
-        for (int sign : {1, -1, -1, -1}) {
+        for (int sign : { 1, -1, -1, -1 }) {
             const std::size_t length = encoder.encode(ScrollUnit::Pixel, sign * hundredUnits, 0, frame).value();
             add(sums, frame, length);
         }
@@ -158,7 +158,7 @@ private Q_SLOTS:
     void lineUnits()
     {
         WheelEncoder encoder;
-        WheelEncoder::Frame frame{};
+        WheelEncoder::Frame frame {};
         const std::size_t length = encoder.encode(ScrollUnit::Line, 3, -2, frame).value();
         Sums sums;
         add(sums, frame, length);
@@ -166,7 +166,7 @@ private Q_SLOTS:
         QCOMPARE(sums.wheelHiRes, 360);
         QCOMPARE(sums.hwheel, 2);
         QCOMPARE(sums.hwheelHiRes, 240);
-        QCOMPARE(length, std::size_t{5});
+        QCOMPARE(length, std::size_t { 5 });
     }
 
     // Nothing to write for a zero event (a phase boundary), and a value evdev cannot carry is
@@ -174,7 +174,7 @@ private Q_SLOTS:
     void nothingAndTooMuch()
     {
         WheelEncoder encoder;
-        WheelEncoder::Frame frame{};
+        WheelEncoder::Frame frame {};
         QCOMPARE(encoder.encode(ScrollUnit::Pixel, 0, 0, frame), std::optional<std::size_t>(0));
         QCOMPARE(encoder.encode(ScrollUnit::Line, 20'000'000, 0, frame), std::nullopt);
         QCOMPARE(encoder.encode(ScrollUnit::Pixel, 0, -2'000'000'000, frame), std::nullopt);
