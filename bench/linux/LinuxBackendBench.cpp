@@ -37,10 +37,10 @@ using namespace kestrix::test;
 
 namespace {
 
-constexpr int framesPerRun = 1000;
+constexpr int framesPerRun = 500;
 // The machine is shared and the VM emulated: rounds alternate between the floor and Kestrix, and
 // each figure is the best of its rounds, the one least disturbed by the neighbours.
-constexpr int rounds = 7;
+constexpr int rounds = 10;
 
 std::int64_t nowNs(clockid_t clock = CLOCK_MONOTONIC)
 {
@@ -207,34 +207,34 @@ int main(int argc, char **argv)
     std::vector<Figures> plainRounds;
     std::vector<Figures> scrollingRounds;
     std::string twinNode;
-    for (int round = 0; round < rounds; ++round) {
-        // The floor, on this thread, with the driver on another.
-        {
-            const int stopFd = eventfd(0, EFD_CLOEXEC);
-            std::string floorTwin;
-            std::atomic<bool> ready { false };
-            std::thread driver([&] {
-                while (!ready.load())
-                    std::this_thread::yield();
-                floorRounds.push_back(drive(floorTwin, mainThread, [&] { mouse.move(1, 0); }));
-                const std::uint64_t one = 1;
-                [[maybe_unused]] const ssize_t written = ::write(stopFd, &one, sizeof one);
-            });
-            minimalForwarder(sourceNode, stopFd, floorTwin, ready);
-            driver.join();
-            ::close(stopFd);
-        }
-
+    // The floor, on this thread, with the driver on another.
+    const auto runFloor = [&] {
+        const int stopFd = eventfd(0, EFD_CLOEXEC);
+        std::string floorTwin;
+        std::atomic<bool> ready { false };
+        std::thread driver([&] {
+            while (!ready.load())
+                std::this_thread::yield();
+            floorRounds.push_back(drive(floorTwin, mainThread, [&] { mouse.move(1, 0); }));
+            const std::uint64_t one = 1;
+            [[maybe_unused]] const ssize_t written = ::write(stopFd, &one, sizeof one);
+        });
+        minimalForwarder(sourceNode, stopFd, floorTwin, ready);
+        driver.join();
+        ::close(stopFd);
+    };
+    const auto takeOver = [&] {
         engine.start();
         twinNode.clear();
         for (const auto &device : backend.devices()) {
             if (device.node.toStdString() == sourceNode)
                 twinNode = device.twinNode.toStdString();
         }
-        if (twinNode.empty()) {
-            std::fprintf(stderr, "bench: the backend did not take the mouse over\n");
-            return 1;
-        }
+        return !twinNode.empty();
+    };
+    const auto runKestrix = [&] {
+        if (!takeOver())
+            return false;
         runOnWorker(app, [&] { plainRounds.push_back(drive(twinNode, mainThread, [&] { mouse.move(1, 0); })); });
         // Scrolling: every frame is a drag the engine turns into a wheel frame as well.
         SettingsStore::shared().setValue(SettingsKeys::momentumScroll, false);
@@ -245,9 +245,23 @@ int main(int argc, char **argv)
             mouse.release(BTN_RIGHT);
         });
         SettingsStore::shared().remove(SettingsKeys::momentumScroll);
-        if (round + 1 < rounds)
-            engine.stop();
+        engine.stop();
+        return true;
+    };
+    // Alternating which goes first, so neither always meets the other's leftovers.
+    for (int round = 0; round < rounds; ++round) {
+        if (round % 2 == 0)
+            runFloor();
+        if (!runKestrix()) {
+            std::fprintf(stderr, "bench: the backend did not take the mouse over\n");
+            return 1;
+        }
+        if (round % 2 == 1)
+            runFloor();
     }
+    if (!takeOver()) // for the momentum and idle figures below
+        return 1;
+
     const auto best = [](std::vector<Figures> all) {
         Figures result;
         const auto pick = [&](double Figures::*field) {

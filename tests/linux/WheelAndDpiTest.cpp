@@ -83,14 +83,6 @@ private Q_SLOTS:
         QCOMPARE(MouseDpi::parse(utf8).value_or(0), dpi);
     }
 
-    // The same hand travel is the same number of points on any mouse.
-    void pointsPerCount()
-    {
-        QCOMPARE(4 * MouseDpi::pointsPerCount(400), 10.0);
-        QCOMPARE(160 * MouseDpi::pointsPerCount(16000), 10.0);
-        QCOMPARE(10 * MouseDpi::pointsPerCount(MouseDpi::defaultDpi), 10.0);
-    }
-
     // Pixel amounts: the high-resolution total follows the pixels without drift, legacy clicks
     // follow every full 120, and the horizontal sign is turned so the content follows the engine.
     void pixelSteps_data()
@@ -153,20 +145,6 @@ private Q_SLOTS:
             add(sums, frame, length);
         }
         QCOMPARE(sums.wheel, -2);
-    }
-
-    void lineUnits()
-    {
-        WheelEncoder encoder;
-        WheelEncoder::Frame frame {};
-        const std::size_t length = encoder.encode(ScrollUnit::Line, 3, -2, frame).value();
-        Sums sums;
-        add(sums, frame, length);
-        QCOMPARE(sums.wheel, 3);
-        QCOMPARE(sums.wheelHiRes, 360);
-        QCOMPARE(sums.hwheel, 2);
-        QCOMPARE(sums.hwheelHiRes, 240);
-        QCOMPARE(length, std::size_t { 5 });
     }
 
     // Nothing to write for a zero event (a phase boundary), and a value evdev cannot carry is
