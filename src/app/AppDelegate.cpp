@@ -6,6 +6,7 @@
 #include "engine/GrabScrollManager.h"
 #include "net/Analytics.h"
 #include "net/AppInfo.h"
+#include "ui/StatusBarController.h"
 #include "updates/UpdateChecker.h"
 
 #include <QPointer>
@@ -18,6 +19,9 @@ LaunchServices LaunchServices::system()
 {
     return {
         .access = AccessibilityHelper::systemAccess(),
+        .makeStatusBar = [](GrabScrollManager &manager) -> std::unique_ptr<QObject> {
+            return std::make_unique<StatusBarController>(manager);
+        },
         .sendEvent = &Analytics::send,
         .checkForUpdatesSilently = &UpdateChecker::checkSilently,
     };
@@ -46,6 +50,8 @@ void AppDelegate::accessGranted()
 {
     Log::write("[Kestrix] 접근성 권한 확인됨");
     m_manager.start();
+    // Built after the start, so the menu's switch shows the engine as it now is.
+    m_statusBarController = m_services.makeStatusBar(m_manager);
     Log::write("[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요");
 
     // The stored language goes out as it stands, a known code or not.

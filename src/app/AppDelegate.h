@@ -7,15 +7,20 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
+
 namespace kestrix {
 
 class GrabScrollManager;
 
-// What the running application does once, in order, when input access is granted, besides starting
-// the engine. Tests replace them; the defaults are the real ones.
+// What the application asks of the world outside the engine: the input permission, then, once it is
+// granted, the tray menu, the launch event and the update check. system() gives the real ones;
+// tests hand in recorders.
 struct LaunchServices
 {
-    AccessibilityHelper::Access access = AccessibilityHelper::systemAccess();
+    AccessibilityHelper::Access access;
+    // Builds the tray menu around the started engine: a StatusBarController.
+    std::function<std::unique_ptr<QObject>(GrabScrollManager &manager)> makeStatusBar;
     // Sends one usage event: Analytics::send.
     std::function<void(const QString &eventName, const QJsonObject &params)> sendEvent;
     // Looks for a newer version, speaking only when there is one: UpdateChecker::checkSilently.
@@ -54,6 +59,8 @@ private:
 
     GrabScrollManager &m_manager;
     LaunchServices m_services;
+    // The tray menu: empty until access is granted, then kept for the life of the process.
+    std::unique_ptr<QObject> m_statusBarController;
 };
 
 } // namespace kestrix

@@ -44,6 +44,10 @@ private:
     static LaunchServices servicesFor(const std::shared_ptr<Access> &access, GrabScrollManager &manager)
     {
         LaunchServices services;
+        services.makeStatusBar = [access](GrabScrollManager &engine) {
+            access->launchSteps += u"status bar"_s + (engine.isStarted() ? u" (engine running)"_s : u""_s);
+            return std::make_unique<QObject>();
+        };
         services.sendEvent = [access, &manager](const QString &name, const QJsonObject &params) {
             access->launchSteps += name + (manager.isStarted() ? u" (engine running)"_s : u""_s);
             access->launchParams = params;
@@ -91,7 +95,9 @@ private Q_SLOTS:
                 u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
             }));
         QCOMPARE(access->prompts, 0);
-        QCOMPARE(access->launchSteps, (QStringList { u"app_launch (engine running)"_s, u"silent update check"_s }));
+        QCOMPARE(access->launchSteps,
+            (QStringList {
+                u"status bar (engine running)"_s, u"app_launch (engine running)"_s, u"silent update check"_s }));
         QCOMPARE(access->launchParams.value(u"app_version"_s), u"1.0.1"_s);
 
         delegate.applicationWillTerminate();
@@ -100,29 +106,6 @@ private Q_SLOTS:
         delegate.applicationWillTerminate(); // a second stop changes nothing
         QCOMPARE(platform.uninstallCalls, 1);
         QCOMPARE(launched.size(), 1);
-    }
-
-    void nothingStartsBeforeTheGrant()
-    {
-        test::RecordingPlatform platform;
-        GrabScrollManager manager(platform, platform, platform);
-        const auto access = std::make_shared<Access>();
-        AppDelegate delegate(manager, servicesFor(access, manager));
-        QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
-
-        delegate.applicationDidFinishLaunching();
-        QTest::qWait(1300); // past the first check
-        QCOMPARE(access->prompts, 1);
-        QVERIFY(!manager.isStarted());
-        QCOMPARE(launched.size(), 0);
-        QVERIFY(access->launchSteps.isEmpty());
-
-        access->granted = true;
-        QVERIFY(launched.wait(5000));
-        QVERIFY(manager.isStarted());
-        QVERIFY(m_log.contains(u"[Kestrix] 접근성 권한 부여됨"_s));
-        QCOMPARE(m_log.last(), u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s);
-        delegate.applicationWillTerminate();
     }
 
     // Quitting while still waiting stops an engine that never started, harmlessly; a grant that
