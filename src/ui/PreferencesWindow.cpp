@@ -27,7 +27,9 @@
 #include <QVBoxLayout>
 #include <QWindow>
 
+#include <array>
 #include <cmath>
+#include <cstdio>
 
 namespace kestrix {
 
@@ -527,7 +529,14 @@ int PreferencesWindow::storedLanguageIndex()
     return static_cast<int>(position - Languages::allCases.begin());
 }
 
-QString PreferencesWindow::formatSpeed(double speed) { return QString::asprintf("%.1f", speed); }
+QString PreferencesWindow::formatSpeed(double speed)
+{
+    // The C library's "%.1f", whose rounding of the exact binary value (7.25 gives "7.2") is
+    // what the label and the analytics value both promise; Qt's own formatting rounds ties up.
+    std::array<char, 32> text {};
+    std::snprintf(text.data(), text.size(), "%.1f", speed);
+    return QString::fromLatin1(text.data());
+}
 
 void PreferencesWindow::checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName)
 {

@@ -78,7 +78,8 @@ void StatusBarController::setupStatusBar()
 
     m_quitItem = m_menu->addAction(QString());
     // The only command with a shortcut; it works wherever a Kestrix window has the focus.
-    m_quitItem->setShortcut(QKeySequence::Quit);
+    // Ctrl+Q itself rather than the platform's Quit binding, which some desktops leave empty.
+    m_quitItem->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     m_quitItem->setShortcutContext(Qt::ApplicationShortcut);
     m_quitItem->setShortcutVisibleInContextMenu(true);
     connect(m_quitItem, &QAction::triggered, this, &StatusBarController::quit);

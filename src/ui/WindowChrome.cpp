@@ -3,6 +3,7 @@
 #include "ui/AppStyle.h"
 
 #include <QCheckBox>
+#include <QFocusEvent>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -111,18 +112,25 @@ void CloseButton::leaveEvent(QEvent *event)
     QAbstractButton::leaveEvent(event);
 }
 
+void CloseButton::focusInEvent(QFocusEvent *event)
+{
+    m_keyboardFocus = event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason;
+    QAbstractButton::focusInEvent(event);
+}
+
 void CloseButton::paintEvent(QPaintEvent * /*event*/)
 {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF area = QRectF(rect()).adjusted(1.0, 1.0, -1.0, -1.0);
-    const bool highlighted = underMouse() || hasFocus() || isDown();
+    const bool keyboardFocus = hasFocus() && m_keyboardFocus;
+    const bool highlighted = underMouse() || keyboardFocus || isDown();
     if (highlighted) {
         painter.setPen(Qt::NoPen);
         painter.setBrush(QColor(255, 255, 255, isDown() ? 90 : 50));
         painter.drawEllipse(area);
     }
-    if (hasFocus()) {
+    if (keyboardFocus) {
         painter.setPen(QPen(Qt::white, 1.5));
         painter.setBrush(Qt::NoBrush);
         painter.drawEllipse(area.adjusted(0.75, 0.75, -0.75, -0.75));

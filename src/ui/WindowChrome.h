@@ -48,6 +48,12 @@ protected:
     void paintEvent(QPaintEvent *event) override;
     void enterEvent(QEnterEvent *event) override;
     void leaveEvent(QEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+
+private:
+    // The focus ring shows only when the keyboard brought the focus here, not when the window
+    // merely opened with it.
+    bool m_keyboardFocus = false;
 };
 
 // Underlined text in one colour that opens something when clicked, like a link on a web page, but

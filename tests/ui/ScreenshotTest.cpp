@@ -1,0 +1,102 @@
+// Renders the preferences window in English, Korean and Arabic, with and without the no-tray
+// commands, and the icon at tray sizes on light and dark panels, into ui-screenshots/ under the
+// build folder, for people to look at. On a real X server (the X11 run of this test) it also
+// photographs the screen with the window mapped on it, as the window manager shows it.
+
+#include "UiTestSupport.h"
+
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+#include "ui/PreferencesWindow.h"
+#include "ui/StatusBarController.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QScreen>
+#include <QTest>
+
+using namespace kestrix;
+using namespace kestrix::test;
+using namespace Qt::StringLiterals;
+
+class ScreenshotTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    QDir m_folder { QStringLiteral(KESTRIX_SCREENSHOT_DIR) };
+
+    void save(const QImage &image, const QString &name)
+    {
+        const QString path = m_folder.filePath(name);
+        QVERIFY2(image.save(path), qPrintable(path));
+        qInfo("wrote %s", qPrintable(path));
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(m_folder.mkpath(u"."_s)); }
+
+    void window_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<bool>("commands");
+        QTest::newRow("en") << u"en"_s << false;
+        QTest::newRow("ko") << u"ko"_s << false;
+        QTest::newRow("ar") << u"ar"_s << false;
+        QTest::newRow("de-no-tray") << u"de"_s << true;
+    }
+
+    void window()
+    {
+        QFETCH(QString, code);
+        QFETCH(bool, commands);
+        SettingsStore::shared().clear();
+        SettingsStore::shared().setValue(SettingsKeys::language, code);
+        SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 12.34);
+        WindowRecorder recorder;
+        PreferencesWindow window(recorder.services());
+        window.setCommandsVisible(commands);
+        window.setEngineEnabled(true);
+        window.showWindow();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        const QString prefix = QGuiApplication::platformName() == "xcb"_L1 ? u"x11-"_s : QString();
+        const QImage image = window.grab().toImage();
+        QCOMPARE(image.size() / image.devicePixelRatio(), QSize(416, 520));
+        save(image, prefix + u"preferences-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
+
+        if (QGuiApplication::platformName() == "xcb"_L1) {
+            // The screen itself: what the X server shows, frame (or none) and all.
+            QTest::qWait(200);
+            const QRect around = window.frameGeometry().adjusted(-24, -24, 24, 24);
+            const QPixmap screen
+                = window.screen()->grabWindow(0, around.x(), around.y(), around.width(), around.height());
+            save(screen.toImage(), u"x11-screen-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
+        }
+    }
+
+    void icons()
+    {
+        // Each size on a light and on a dark panel, the coloured icon above the symbolic one.
+        const QList<int> sizes { 16, 22, 24, 32, 48, 64, 128 };
+        const QIcon colour = StatusBarController::appIcon();
+        const QIcon symbolic(u":/icons/kestrix-symbolic.svg"_s);
+        QImage sheet(420, 2 * 150, QImage::Format_ARGB32);
+        QPainter painter(&sheet);
+        painter.fillRect(0, 0, sheet.width(), 150, QColor(246, 245, 244));
+        painter.fillRect(0, 150, sheet.width(), 150, QColor(36, 36, 40));
+        for (int panel = 0; panel < 2; ++panel) {
+            int x = 8;
+            for (const int size : sizes) {
+                painter.drawPixmap(x, panel * 150 + 8, colour.pixmap(size, size));
+                painter.drawPixmap(x, panel * 150 + 142 - std::min(size, 64), symbolic.pixmap(std::min(size, 64)));
+                x += std::min(size, 64) + 10;
+            }
+        }
+        painter.end();
+        save(sheet, u"icons.png"_s);
+    }
+};
+
+QTEST_MAIN(ScreenshotTest)
+#include "ScreenshotTest.moc"
