@@ -189,8 +189,17 @@ void LinuxInputBackend::considerDevice(udev_device *device)
     if (nodeText == nullptr)
         return;
     const std::string node = nodeText;
-    if (std::any_of(m_devices.begin(), m_devices.end(), [&](const Entry &e) { return e.device->node() == node; }))
-        return;
+    const auto holding = [&] {
+        return std::find_if(
+            m_devices.begin(), m_devices.end(), [&](const Entry &e) { return e.device->node() == node; });
+    };
+    if (auto held = holding(); held != m_devices.end()) {
+        // A mouse unplugged and another plugged in quickly may get the same node before the old
+        // one's removal was read: reading the old one finds out.
+        service(held->device.get());
+        if (holding() != m_devices.end())
+            return;
+    }
 
     switch (PointerDeviceFilter::classify(device)) {
     case PointerDeviceFilter::Verdict::Other:

@@ -175,6 +175,7 @@ PointerDevice::ReadStatus PointerDevice::readFrame(std::vector<input_event> &fra
             // hands out the state changes that were lost instead.
             m_syncing = true;
             m_partial.clear();
+            Log::write("[Kestrix] " + m_node + " overflowed: events were lost, the button state is resynchronised");
             continue;
         }
         if (rc < 0) {
