@@ -461,7 +461,9 @@ void PreferencesWindow::updateStrings()
     m_speedSlider->setAccessibleName(L10n::scrollSpeed());
     m_langPopup->setAccessibleName(L10n::languageLabel());
     m_commandBar->setTexts(L10n::enabled(), L10n::quit());
-    applyLayoutDirection();
+    // A right-to-left language mirrors the window, as its readers expect; the footer's address
+    // and e-mail stay left to right.
+    setLayoutDirection(languageDirection());
     fitTextToWindow();
 }
 
@@ -499,12 +501,9 @@ void PreferencesWindow::fitTextToWindow()
     m_titleArea->setFixedHeight(std::clamp(headerHeight - titleBlock, minimumTitleTop, titleTop));
 }
 
-void PreferencesWindow::applyLayoutDirection()
+Qt::LayoutDirection PreferencesWindow::languageDirection()
 {
-    // A right-to-left language mirrors the window, as its readers expect; the footer's address
-    // and e-mail stay left to right.
-    const QLocale locale(QString(Languages::rawValue(Languages::current())));
-    setLayoutDirection(locale.textDirection());
+    return QLocale(QString(Languages::rawValue(Languages::current()))).textDirection();
 }
 
 void PreferencesWindow::setCommandsVisible(bool visible) { m_commandBar->setVisible(visible); }

@@ -83,6 +83,8 @@ public:
     // The pop-up position of the stored language: that of the first language when the stored
     // code is absent or unknown.
     static int storedLanguageIndex();
+    // The direction the current interface language is written in.
+    static Qt::LayoutDirection languageDirection();
     // The text shown for a speed, and sent to analytics: one decimal.
     static QString formatSpeed(double speed);
 
@@ -110,7 +112,6 @@ private:
     void refreshControls();
     void fitTextToWindow();
     template<typename Widget> Widget *scaled(Widget *widget, int size, QFont::Weight weight, int maximumWidth);
-    void applyLayoutDirection();
 
     void checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName);
     void launchAtLoginChanged();

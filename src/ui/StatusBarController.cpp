@@ -113,6 +113,8 @@ void StatusBarController::updateMenuStrings()
     m_prefsItem->setText(L10n::preferences());
     m_updateItem->setText(L10n::checkForUpdates());
     m_quitItem->setText(L10n::quit());
+    // Where the menu is drawn by Kestrix itself, it reads the way the language is written.
+    m_menu->setLayoutDirection(PreferencesWindow::languageDirection());
 }
 
 void StatusBarController::toggleEnabled()

@@ -7,11 +7,13 @@
 
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "engine/GrabScrollManager.h"
 #include "ui/PreferencesWindow.h"
 #include "ui/StatusBarController.h"
 
 #include <QDir>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QPainter>
 #include <QScreen>
 #include <QTest>
@@ -75,13 +77,44 @@ private Q_SLOTS:
         }
     }
 
+    void menu_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::newRow("en") << u"en"_s;
+        QTest::newRow("ko") << u"ko"_s;
+        QTest::newRow("ar") << u"ar"_s;
+    }
+
+    void menu()
+    {
+        QFETCH(QString, code);
+        SettingsStore::shared().clear();
+        SettingsStore::shared().setValue(SettingsKeys::language, code);
+        RecordingHook hook;
+        GrabScrollManager manager(hook, hook, hook);
+        StatusBarServices services {
+            .checkForUpdate = [] {},
+            .checkSilently = [] {},
+            .isTrayAvailable = [] { return true; },
+            .quitApplication = [] {},
+            .preferences = {},
+        };
+        StatusBarController controller(manager, services);
+        QMenu *menu = controller.menu();
+        menu->popup(QPoint(0, 0));
+        QVERIFY(QTest::qWaitForWindowExposed(menu));
+        const QString prefix = QGuiApplication::platformName() == "xcb"_L1 ? u"x11-"_s : QString();
+        save(menu->grab().toImage(), prefix + u"menu-"_s + code + u".png"_s);
+        menu->hide();
+    }
+
     void icons()
     {
         // Each size on a light and on a dark panel, the coloured icon above the symbolic one.
-        const QList<int> sizes { 16, 22, 24, 32, 48, 64, 128 };
+        const QList<int> sizes { 16, 22, 24, 32, 48, 64 };
         const QIcon colour = StatusBarController::appIcon();
         const QIcon symbolic(u":/icons/kestrix-symbolic.svg"_s);
-        QImage sheet(420, 2 * 150, QImage::Format_ARGB32);
+        QImage sheet(300, 2 * 150, QImage::Format_ARGB32);
         QPainter painter(&sheet);
         painter.fillRect(0, 0, sheet.width(), 150, QColor(246, 245, 244));
         painter.fillRect(0, 150, sheet.width(), 150, QColor(36, 36, 40));
@@ -89,8 +122,8 @@ private Q_SLOTS:
             int x = 8;
             for (const int size : sizes) {
                 painter.drawPixmap(x, panel * 150 + 8, colour.pixmap(size, size));
-                painter.drawPixmap(x, panel * 150 + 142 - std::min(size, 64), symbolic.pixmap(std::min(size, 64)));
-                x += std::min(size, 64) + 10;
+                painter.drawPixmap(x, panel * 150 + 142 - size, symbolic.pixmap(size, size));
+                x += size + 10;
             }
         }
         painter.end();
