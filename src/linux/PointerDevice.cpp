@@ -66,8 +66,8 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
     // Event times in the monotonic clock, the clock the watchdog measures its release by.
     libevdev_set_clock_id(source, CLOCK_MONOTONIC);
 
-    device->m_sourceHiResWheel = libevdev_has_event_code(source, EV_REL, REL_WHEEL_HI_RES);
-    device->m_sourceHiResHWheel = libevdev_has_event_code(source, EV_REL, REL_HWHEEL_HI_RES);
+    device->m_sourceHiResWheel = libevdev_has_event_code(source, EV_REL, REL_WHEEL_HI_RES) != 0;
+    device->m_sourceHiResHWheel = libevdev_has_event_code(source, EV_REL, REL_HWHEEL_HI_RES) != 0;
 
     // The twin is described by this same libevdev object: these changes only touch libevdev's own
     // description of the source, never the kernel's device.
@@ -119,7 +119,8 @@ int PointerDevice::fd() const { return m_fd; }
 bool PointerDevice::anyKeyHeld() const
 {
     for (unsigned int code = 0; code < KEY_CNT; ++code) {
-        if (libevdev_has_event_code(m_source, EV_KEY, code) && libevdev_get_event_value(m_source, EV_KEY, code) != 0)
+        if (libevdev_has_event_code(m_source, EV_KEY, code) != 0
+            && libevdev_get_event_value(m_source, EV_KEY, code) != 0)
             return true;
     }
     return false;

@@ -59,12 +59,13 @@ Verdict classify(const libevdev *device)
 {
     if (carriesMarker(libevdev_get_phys(device), libevdev_get_uniq(device)))
         return Verdict::KestrixTwin;
-    const bool pointer = libevdev_has_event_code(device, EV_REL, REL_X)
-        && libevdev_has_event_code(device, EV_REL, REL_Y) && libevdev_has_event_code(device, EV_KEY, BTN_RIGHT);
+    const bool pointer = libevdev_has_event_code(device, EV_REL, REL_X) != 0
+        && libevdev_has_event_code(device, EV_REL, REL_Y) != 0
+        && libevdev_has_event_code(device, EV_KEY, BTN_RIGHT) != 0;
     // Absolute axes mean a touchpad, tablet or touchscreen, whatever else the node reports.
-    if (!pointer || libevdev_has_event_type(device, EV_ABS))
+    if (!pointer || libevdev_has_event_type(device, EV_ABS) != 0)
         return Verdict::Other;
-    if (libevdev_has_event_code(device, EV_KEY, KEY_A) && libevdev_has_event_code(device, EV_KEY, KEY_Z))
+    if (libevdev_has_event_code(device, EV_KEY, KEY_A) != 0 && libevdev_has_event_code(device, EV_KEY, KEY_Z) != 0)
         return Verdict::PointerKeyboard;
     return Verdict::Pointer;
 }
