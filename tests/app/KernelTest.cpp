@@ -1,6 +1,6 @@
-// Against a real kernel with udev (run inside the test VM, as root, with Kestrix's udev rule
-// installed in /run/udev/rules.d): what the rule opens up, and that the real program, ended by
-// SIGTERM, gives the mouse back with nothing left pressed.
+// Against a real kernel with udev (run inside the test VM, as root): the helper that pkexec runs
+// installs Kestrix's udev rule and applies it at once, what the rule opens up, and that the real
+// program, ended by SIGTERM, gives the mouse back.
 
 #include <QDir>
 #include <QProcess>
@@ -143,6 +143,30 @@ private Q_SLOTS:
     {
         if (::access("/dev/uinput", W_OK) != 0)
             QSKIP("needs a writable /dev/uinput: run inside the test VM (tests/linux/vm/vmrun)");
+    }
+
+    // What the permission prompt runs, minus pkexec: a mouse that was there before gets access
+    // without a new login, and so does /dev/uinput. The VM's /etc is the host's, read-only: the
+    // two folders the helper writes to are fresh ones here.
+    void helperInstallsTheRuleAndAppliesItAtOnce()
+    {
+        TestDevice mouse("Kestrix Helper Test Mouse", Kind::Mouse);
+        QVERIFY(mouse.ok());
+        const QString sysname = QFileInfo(QString::fromUtf8(mouse.node())).fileName();
+        QTRY_VERIFY_WITH_TIMEOUT(udevView("input", sysname).initialized, 30000);
+        QVERIFY(!udevView("input", sysname).tags.contains(u"uaccess"_s));
+
+        for (const QString &folder : { u"/etc/udev/rules.d"_s, u"/etc/modules-load.d"_s })
+            QCOMPARE(QProcess::execute(u"mount"_s, { u"-t"_s, u"tmpfs"_s, u"tmpfs"_s, folder }), 0);
+        const QString helper = QStringLiteral(KESTRIX_RULE_HELPER);
+        QVERIFY(QProcess::execute(helper, { u"--rule=/tmp/other.rules"_s }) != 0); // no arguments, ever
+        QVERIFY(!QFile::exists(u"/etc/udev/rules.d/70-kestrix.rules"_s));
+
+        QCOMPARE(QProcess::execute(helper, {}), 0);
+        QVERIFY(QFile::exists(u"/etc/udev/rules.d/70-kestrix.rules"_s));
+        QCOMPARE(QFile(u"/etc/modules-load.d/kestrix.conf"_s).size() > 0, true);
+        QTRY_VERIFY_WITH_TIMEOUT(udevView("input", sysname).tags.contains(u"uaccess"_s), 10000);
+        QVERIFY(udevView("misc", u"uinput"_s).tags.contains(u"uaccess"_s));
     }
 
     // Mice only: never a node that also types, never a touchpad, never a keyboard.
