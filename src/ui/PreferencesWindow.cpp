@@ -371,7 +371,7 @@ QWidget *PreferencesWindow::buildLanguageCard(QWidget *parent)
     return card;
 }
 
-QWidget *PreferencesWindow::buildFooter(QWidget *parent)
+QWidget *PreferencesWindow::buildFooter(QWidget *parent) const
 {
     const QFont footerFont = AppStyle::systemFont(footerPoints);
     auto *link = new LinkButton(QString(AppInfo::website), AppStyle::purpleLight);
@@ -579,7 +579,7 @@ void PreferencesWindow::openWebsite()
         QDesktopServices::openUrl(url);
 }
 
-void PreferencesWindow::sendSettingChanged(QLatin1StringView settingName, const QString &value)
+void PreferencesWindow::sendSettingChanged(QLatin1StringView settingName, const QString &value) const
 {
     m_services.sendAnalytics(
         u"setting_changed"_s, QJsonObject { { u"setting_name"_s, QString(settingName) }, { u"value"_s, value } });
@@ -613,7 +613,7 @@ void PreferencesWindow::mousePressEvent(QMouseEvent *event)
 
 void PreferencesWindow::mouseMoveEvent(QMouseEvent *event)
 {
-    if (m_dragOffset && (event->buttons() & Qt::LeftButton)) {
+    if (m_dragOffset && event->buttons().testFlag(Qt::LeftButton)) {
         move(event->globalPosition().toPoint() - *m_dragOffset);
         event->accept();
         return;

@@ -105,7 +105,7 @@ private:
     QWidget *buildDirectionCard(QWidget *parent);
     QWidget *buildBehaviorCard(QWidget *parent);
     QWidget *buildLanguageCard(QWidget *parent);
-    QWidget *buildFooter(QWidget *parent);
+    QWidget *buildFooter(QWidget *parent) const;
     QCheckBox *makeCheckbox(
         QWidget *parent, const QString &objectName, QLatin1StringView key, QLatin1StringView settingName);
     QLabel *makeSectionLabel(QWidget *parent, const QString &objectName);
@@ -118,7 +118,7 @@ private:
     void speedChanged(int sliderValue);
     void languageChanged(int index);
     void openWebsite();
-    void sendSettingChanged(QLatin1StringView settingName, const QString &value);
+    void sendSettingChanged(QLatin1StringView settingName, const QString &value) const;
 
     // A text of the cards, with the size and weight the design gives it and the widest it may be.
     struct CardText

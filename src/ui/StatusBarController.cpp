@@ -155,7 +155,7 @@ void StatusBarController::showPreferences()
     m_services.checkSilently();
 }
 
-void StatusBarController::checkForUpdates() { m_services.checkForUpdate(); }
+void StatusBarController::checkForUpdates() const { m_services.checkForUpdate(); }
 
 void StatusBarController::quit()
 {

@@ -60,7 +60,7 @@ public:
     // The menu's four commands.
     void toggleEnabled();
     void showPreferences();
-    void checkForUpdates();
+    void checkForUpdates() const;
     void quit();
 
     QMenu *menu() const { return m_menu.get(); }

@@ -22,22 +22,25 @@ using namespace kestrix;
 using namespace kestrix::test;
 using namespace Qt::StringLiterals;
 
+namespace {
+
+QDir folder() { return QDir(QStringLiteral(KESTRIX_SCREENSHOT_DIR)); }
+
+void save(const QImage &image, const QString &name)
+{
+    const QString path = folder().filePath(name);
+    QVERIFY2(image.save(path), qPrintable(path));
+    qInfo("wrote %s", qPrintable(path));
+}
+
+} // namespace
+
 class ScreenshotTest : public QObject
 {
     Q_OBJECT
 
-private:
-    QDir m_folder { QStringLiteral(KESTRIX_SCREENSHOT_DIR) };
-
-    void save(const QImage &image, const QString &name)
-    {
-        const QString path = m_folder.filePath(name);
-        QVERIFY2(image.save(path), qPrintable(path));
-        qInfo("wrote %s", qPrintable(path));
-    }
-
 private Q_SLOTS:
-    void initTestCase() { QVERIFY(m_folder.mkpath(u"."_s)); }
+    void initTestCase() { QVERIFY(folder().mkpath(u"."_s)); }
 
     void window_data()
     {
