@@ -238,7 +238,8 @@ void LinuxInputBackend::considerDevice(udev_device *device)
     connect(notifier, &QSocketNotifier::activated, this, [this, raw] { service(raw); });
     {
         std::lock_guard lock(m_devicesMutex);
-        m_devices.push_back({ std::move(opened), notifier, true });
+        const char *syspath = udev_device_get_syspath(device);
+        m_devices.push_back({ std::move(opened), notifier, true, syspath != nullptr ? syspath : "" });
     }
     Log::debug(
         "[Kestrix] Took over " + describe(*raw) + " at " + std::to_string(dpi) + " dpi; twin " + raw->twinNode());
@@ -308,8 +309,9 @@ void LinuxInputBackend::onMonitorReadable()
         if (std::strcmp(action, "add") == 0) {
             considerDevice(device);
         } else if (std::strcmp(action, "remove") == 0) {
+            const char *syspath = udev_device_get_syspath(device);
             for (const Entry &entry : m_devices) {
-                if (entry.device->node() == node) {
+                if (syspath != nullptr && entry.syspath == syspath) {
                     removeDevice(entry.device.get());
                     break;
                 }

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 class QSocketNotifier;
@@ -101,6 +102,9 @@ private:
         std::unique_ptr<PointerDevice> device;
         QSocketNotifier *notifier = nullptr;
         bool wantGrab = true; // grab as soon as no button is held
+        // udev's path of the node: unlike the node's name, which the kernel hands to the next
+        // device, it names this device alone, so a late removal of an earlier one is told apart.
+        std::string syspath;
     };
 
     void considerDevice(udev_device *device);

@@ -63,6 +63,19 @@ public:
         }
         libevdev_uinput_write_event(m_device, EV_SYN, SYN_REPORT, 0);
     }
+    // Many frames in one write, faster than any reader: `count` clicks of `button`.
+    void clickBurst(int button, int count)
+    {
+        std::vector<input_event> events;
+        for (int i = 0; i < count; ++i) {
+            for (const int value : { 1, 0 }) {
+                events.push_back({ {}, EV_KEY, static_cast<std::uint16_t>(button), value });
+                events.push_back({ {}, EV_SYN, SYN_REPORT, 0 });
+            }
+        }
+        [[maybe_unused]] const ssize_t written
+            = ::write(libevdev_uinput_get_fd(m_device), events.data(), events.size() * sizeof(input_event));
+    }
     void move(int dx, int dy) { frame({ { REL_X, dx }, { REL_Y, dy } }); }
     void press(int button) { frame({ { button, 1 } }); }
     void release(int button) { frame({ { button, 0 } }); }
