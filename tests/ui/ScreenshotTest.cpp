@@ -26,9 +26,11 @@ namespace {
 
 QDir folder() { return QDir(QStringLiteral(KESTRIX_SCREENSHOT_DIR)); }
 
+// The X11 run writes its own files next to the offscreen run's, so the two may run at once.
 void save(const QImage &image, const QString &name)
 {
-    const QString path = folder().filePath(name);
+    const QString prefix = QGuiApplication::platformName() == "xcb"_L1 ? u"x11-"_s : QString();
+    const QString path = folder().filePath(prefix + name);
     QVERIFY2(image.save(path), qPrintable(path));
     qInfo("wrote %s", qPrintable(path));
 }
@@ -65,10 +67,9 @@ private Q_SLOTS:
         window.setEngineEnabled(true);
         window.showWindow();
         QVERIFY(QTest::qWaitForWindowExposed(&window));
-        const QString prefix = QGuiApplication::platformName() == "xcb"_L1 ? u"x11-"_s : QString();
         const QImage image = window.grab().toImage();
         QCOMPARE(image.size() / image.devicePixelRatio(), QSize(416, 520));
-        save(image, prefix + u"preferences-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
+        save(image, u"preferences-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
 
         if (QGuiApplication::platformName() == "xcb"_L1) {
             // The screen itself: what the X server shows, frame (or none) and all.
@@ -76,7 +77,7 @@ private Q_SLOTS:
             const QRect around = window.frameGeometry().adjusted(-24, -24, 24, 24);
             const QPixmap screen
                 = window.screen()->grabWindow(0, around.x(), around.y(), around.width(), around.height());
-            save(screen.toImage(), u"x11-screen-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
+            save(screen.toImage(), u"screen-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
         }
     }
 
@@ -106,8 +107,7 @@ private Q_SLOTS:
         QMenu *menu = controller.menu();
         menu->popup(QPoint(0, 0));
         QVERIFY(QTest::qWaitForWindowExposed(menu));
-        const QString prefix = QGuiApplication::platformName() == "xcb"_L1 ? u"x11-"_s : QString();
-        save(menu->grab().toImage(), prefix + u"menu-"_s + code + u".png"_s);
+        save(menu->grab().toImage(), u"menu-"_s + code + u".png"_s);
         menu->hide();
     }
 
