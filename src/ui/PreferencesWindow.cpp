@@ -151,6 +151,8 @@ void PreferencesWindow::setupUI()
     auto *windowLayout = new QVBoxLayout(this);
     // One pixel of the purple window background stays visible around the content: a frameless
     // window still needs an edge against a light desktop.
+    // Every inset inside is one pixel less (sideMargin - 1), so distances still count from the
+    // window's edge.
     windowLayout->setContentsMargins(1, 0, 1, 1);
     auto *background = new GradientView(this);
     m_background = background;
@@ -175,9 +177,12 @@ void PreferencesWindow::setupUI()
     body->addStretch(1);
     column->addLayout(body);
 
-    // Tab runs through the controls top to bottom, then the footer link, then the header's own.
+    // Tab runs through the controls top to bottom, then the footer link, then the header's own:
+    // the engine switch and quit (when shown) and the close button.
     const QList<QWidget *> tabChain = { m_verticalCheckbox, m_horizontalCheckbox, m_diagonalCheckbox, m_reverseCheckbox,
-        m_smoothCheckbox, m_momentumCheckbox, m_launchAtLoginCheckbox, m_speedSlider, m_langPopup };
+        m_smoothCheckbox, m_momentumCheckbox, m_launchAtLoginCheckbox, m_speedSlider, m_langPopup,
+        findChild<QWidget *>(u"websiteLink"_s), findChild<QWidget *>(u"headerEnabledSwitch"_s),
+        findChild<QWidget *>(u"headerQuitButton"_s), findChild<QWidget *>(u"closeButton"_s) };
     for (qsizetype i = 1; i < tabChain.size(); ++i)
         setTabOrder(tabChain[i - 1], tabChain[i]);
     refreshControls();
@@ -205,8 +210,9 @@ QWidget *PreferencesWindow::buildHeader(QWidget *parent)
     m_subtitleLabel->setFont(AppStyle::systemFont(subtitlePoints));
     setTextColor(m_subtitleLabel, QColor(255, 255, 255, subtitleAlpha));
 
+    // Margins are equal on both sides: a layout does not mirror them for right-to-left languages.
     auto *text = new QVBoxLayout;
-    text->setContentsMargins(0, 0, 0, 0);
+    text->setContentsMargins(sideMargin - 1, 0, sideMargin - 1, 0);
     text->setSpacing(titleToSubtitle);
     // Aligned to the leading edge as items, so a right-to-left language moves them to the right.
     text->addWidget(title, 0, Qt::AlignLeft);
@@ -232,13 +238,13 @@ QWidget *PreferencesWindow::buildHeader(QWidget *parent)
     topStrip->addWidget(closeButton, 0, Qt::AlignVCenter);
 
     auto *layout = new QVBoxLayout(header);
-    layout->setContentsMargins(sideMargin, 0, closeButtonInset, 0);
+    layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     auto *topArea = new QWidget(header);
     m_titleArea = topArea;
     topArea->setFixedHeight(titleTop);
     auto *topAreaLayout = new QVBoxLayout(topArea);
-    topAreaLayout->setContentsMargins(0, 0, 0, 0);
+    topAreaLayout->setContentsMargins(closeButtonInset - 1, 0, closeButtonInset - 1, 0);
     topAreaLayout->addLayout(topStrip);
     layout->addWidget(topArea);
     layout->addLayout(text);
@@ -419,6 +425,9 @@ void PreferencesWindow::showWindow()
 {
     refreshControls();
     updateStrings();
+    // A window opening anew starts at its first control, never on the close button.
+    if (!isVisible())
+        m_verticalCheckbox->setFocus(Qt::OtherFocusReason);
     show();
     raise();
     activateWindow();

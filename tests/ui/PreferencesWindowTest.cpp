@@ -258,6 +258,7 @@ private Q_SLOTS:
         Shown shown;
         shown.window.setCommandsVisible(true);
         QVERIFY(QTest::qWaitForWindowActive(&shown.window));
+        QCOMPARE(QApplication::focusWidget(), shown.get(u"verticalCheckbox"_s));
         QSet<QString> reached;
         for (int press = 0; press < 30; ++press) {
             QTest::keyClick(QApplication::focusWidget() ? QApplication::focusWidget() : &shown.window, Qt::Key_Tab);
