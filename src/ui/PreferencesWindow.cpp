@@ -22,6 +22,7 @@
 #include <QLabel>
 #include <QLocale>
 #include <QMouseEvent>
+#include <QScreen>
 #include <QSlider>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -29,6 +30,7 @@
 
 #include <array>
 #include <cmath>
+#include <algorithm>
 #include <cstdio>
 
 namespace kestrix {
