@@ -28,9 +28,9 @@
 #include <QVBoxLayout>
 #include <QWindow>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
-#include <algorithm>
 #include <cstdio>
 
 namespace kestrix {
