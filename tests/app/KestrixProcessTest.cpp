@@ -26,8 +26,11 @@ private:
     };
     std::vector<std::unique_ptr<Running>> m_running;
 
-    // Starts Kestrix and waits until it is waiting for the input permission.
-    Running &startKestrix()
+    // An older copy under the real identity that ignores the request to quit.
+    std::unique_ptr<QProcess> m_stubbornCopy;
+
+    // Starts Kestrix and waits for `line`; by default, until it waits for the input permission.
+    Running &startKestrix(const QByteArray &line = "[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0")
     {
         Running &kestrix = *m_running.emplace_back(std::make_unique<Running>());
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
@@ -44,8 +47,7 @@ private:
         kestrix.process->start(QStringLiteral(KESTRIX_BINARY), {});
         [&] {
             QVERIFY2(kestrix.process->waitForStarted(), qPrintable(kestrix.process->errorString()));
-            QTRY_VERIFY_WITH_TIMEOUT(
-                kestrix.output.contains("[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0"), 20000);
+            QTRY_VERIFY_WITH_TIMEOUT(kestrix.output.contains(line), 20000);
         }();
         return kestrix;
     }
@@ -74,6 +76,11 @@ private Q_SLOTS:
             }
         }
         m_running.clear();
+        if (m_stubbornCopy) {
+            m_stubbornCopy->kill();
+            m_stubbornCopy->waitForFinished();
+            m_stubbornCopy.reset();
+        }
     }
 
     void quitSignalsEndItCleanly_data()
@@ -91,6 +98,26 @@ private Q_SLOTS:
         QCOMPARE(kestrix.output.count("[Kestrix] 시작 중..."), 1);
         ::kill(pid_t(kestrix.process->processId()), signalNumber);
         expectCleanExit(kestrix);
+    }
+
+    // Told to quit while it still waits for an older copy to go: once the wait is over it ends,
+    // before anything has started.
+    void quitWhileWaitingForAnOlderCopy()
+    {
+        m_stubbornCopy = std::make_unique<QProcess>();
+        m_stubbornCopy->start(
+            QStringLiteral(KESTRIX_IDENTITY_HELPER), { u"com.orvane.kestrix"_s, u"Kestrix"_s, u"ignore"_s });
+        QVERIFY(m_stubbornCopy->waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(m_stubbornCopy->canReadLine(), 20000);
+
+        Running &kestrix = startKestrix("[Kestrix] 기존 프로세스 종료 중...");
+        ::kill(pid_t(kestrix.process->processId()), SIGTERM);
+        QTRY_COMPARE_WITH_TIMEOUT(kestrix.process->state(), QProcess::NotRunning, 10000);
+        QCOMPARE(kestrix.process->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(kestrix.process->exitCode(), 0);
+        QVERIFY(kestrix.output.contains("[Kestrix] 기존 프로세스 종료 완료"));
+        QVERIFY(!kestrix.output.contains("[Kestrix] 시작 중..."));
+        QCOMPARE(m_stubbornCopy->state(), QProcess::Running);
     }
 
     void newestCopyWins()
