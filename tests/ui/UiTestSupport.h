@@ -1,9 +1,13 @@
 #pragma once
 
-#include "engine/InputPlatform.h"
+#include "engine/GrabScrollManager.h"
+#include "engine/RecordingPlatform.h"
 #include "ui/PreferencesWindow.h"
+#include "ui/StatusBarController.h"
 
+#include <QAbstractButton>
 #include <QJsonObject>
+#include <QLabel>
 #include <QList>
 #include <QString>
 
@@ -39,32 +43,59 @@ struct WindowRecorder
     }
 };
 
-// The platform under the engine, reduced to what the menu's commands change: whether the hook is
-// installed. Nothing is posted and no timer runs in these tests.
-class RecordingHook final : public InputHook, public EventPoster, public RepeatingTimer
+// A shown preferences window over a recorder, built after the test has set up the store.
+struct Shown
 {
-public:
-    bool install() override
-    {
-        installed = true;
-        ++installCalls;
-        return true;
-    }
-    void uninstall() override
-    {
-        installed = false;
-        ++uninstallCalls;
-    }
-    void reenable() override { }
-    std::optional<PointerLocation> currentPointerLocation() override { return std::nullopt; }
-    bool postScroll(const ScrollEvent & /*event*/) override { return true; }
-    bool postRightClick(PointerLocation /*location*/, std::uint64_t /*marker*/) override { return true; }
-    void start(std::chrono::milliseconds /*period*/) override { }
-    void cancel() override { }
+    WindowRecorder recorder;
+    PreferencesWindow window { recorder.services() };
 
-    bool installed = false;
-    int installCalls = 0;
-    int uninstallCalls = 0;
+    Shown() { window.showWindow(); }
+
+    template<typename T = QWidget> T *get(const QString &name) const
+    {
+        T *found = window.findChild<T *>(name);
+        if (found == nullptr)
+            qFatal("no control %s", qPrintable(name));
+        return found;
+    }
+
+    QString text(const QString &name) const
+    {
+        if (auto *label = window.findChild<QLabel *>(name))
+            return label->text();
+        return get<QAbstractButton>(name)->text();
+    }
+};
+
+// A started engine over a recording platform, and a tray controller whose outside world counts
+// update checks and quit requests, noting whether the engine still ran when the quit arrived.
+struct TrayFixture
+{
+    RecordingPlatform platform;
+    GrabScrollManager manager { platform, platform, platform };
+    WindowRecorder window;
+    int manualChecks = 0;
+    int silentChecks = 0;
+    int quits = 0;
+    bool engineStartedAtQuit = true;
+    std::unique_ptr<StatusBarController> controller;
+
+    explicit TrayFixture(bool trayAvailable = true)
+    {
+        manager.start();
+        controller = std::make_unique<StatusBarController>(manager,
+            StatusBarServices {
+                .checkForUpdate = [this] { ++manualChecks; },
+                .checkSilently = [this] { ++silentChecks; },
+                .isTrayAvailable = [trayAvailable] { return trayAvailable; },
+                .quitApplication =
+                    [this] {
+                        ++quits;
+                        engineStartedAtQuit = manager.isStarted();
+                    },
+                .preferences = window.services(),
+            });
+    }
 };
 
 } // namespace kestrix::test
