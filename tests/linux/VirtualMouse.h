@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <initializer_list>
 #include <thread>
@@ -23,12 +24,11 @@
 
 namespace kestrix::test {
 
-// A USB mouse with left, right, middle and side buttons, motion and a wheel (optionally a
-// high-resolution one, as on mice whose driver supports it).
+// A USB mouse with left, right, middle and side buttons, motion and a plain wheel.
 class VirtualMouse
 {
 public:
-    explicit VirtualMouse(const char *name, bool hiResWheel = false)
+    explicit VirtualMouse(const char *name)
     {
         libevdev *description = libevdev_new();
         libevdev_set_name(description, name);
@@ -40,8 +40,6 @@ public:
             libevdev_enable_event_code(description, EV_KEY, static_cast<unsigned int>(code), nullptr);
         for (const int code : { REL_X, REL_Y, REL_WHEEL })
             libevdev_enable_event_code(description, EV_REL, static_cast<unsigned int>(code), nullptr);
-        if (hiResWheel)
-            libevdev_enable_event_code(description, EV_REL, REL_WHEEL_HI_RES, nullptr);
         libevdev_uinput_create_from_device(description, LIBEVDEV_UINPUT_OPEN_MANAGED, &m_device);
         libevdev_free(description);
         if (m_device != nullptr)
@@ -67,11 +65,9 @@ public:
     void clickBurst(int button, int count)
     {
         std::vector<input_event> events;
-        for (int i = 0; i < count; ++i) {
-            for (const int value : { 1, 0 }) {
-                events.push_back({ {}, EV_KEY, static_cast<std::uint16_t>(button), value });
-                events.push_back({ {}, EV_SYN, SYN_REPORT, 0 });
-            }
+        for (int i = 0; i < 2 * count; ++i) {
+            events.push_back({ {}, EV_KEY, static_cast<std::uint16_t>(button), 1 - i % 2 });
+            events.push_back({ {}, EV_SYN, SYN_REPORT, 0 });
         }
         [[maybe_unused]] const ssize_t written
             = ::write(libevdev_uinput_get_fd(m_device), events.data(), events.size() * sizeof(input_event));
@@ -79,6 +75,14 @@ public:
     void move(int dx, int dy) { frame({ { REL_X, dx }, { REL_Y, dy } }); }
     void press(int button) { frame({ { button, 1 } }); }
     void release(int button) { frame({ { button, 0 } }); }
+    // The right button held over `steps` moves of (dx, dy).
+    void drag(int dx, int dy, int steps = 10)
+    {
+        press(BTN_RIGHT);
+        for (int i = 0; i < steps; ++i)
+            move(dx, dy);
+        release(BTN_RIGHT);
+    }
 
     void unplug()
     {
@@ -131,77 +135,68 @@ public:
     bool isOpen() const { return m_fd >= 0; }
     // The node went away (its device was destroyed).
     bool isGone() const { return m_gone; }
+    // How often this reader fell so far behind that the kernel dropped events.
+    int dropped() const { return m_dropped; }
 
     // Reads what is there; returns *this so checks can be chained inside QTRY_ macros.
     EventLog &pump()
     {
         input_event events[64];
-        for (;;) {
-            const ssize_t got = ::read(m_fd, events, sizeof events);
-            if (got < 0) {
-                if (errno == ENODEV)
-                    m_gone = true;
-                return *this;
-            }
-            if (got == 0)
-                return *this;
+        ssize_t got = 0;
+        while ((got = ::read(m_fd, events, sizeof events)) > 0) {
             for (std::size_t i = 0; i < static_cast<std::size_t>(got) / sizeof(input_event); ++i) {
-                if (events[i].type == EV_SYN && events[i].code == SYN_DROPPED)
-                    ++m_dropped;
+                m_dropped += events[i].type == EV_SYN && events[i].code == SYN_DROPPED ? 1 : 0;
                 m_partial.push_back(events[i]);
-                if (events[i].type == EV_SYN && events[i].code == SYN_REPORT) {
-                    frames.push_back(std::move(m_partial));
-                    m_partial.clear();
-                }
+                if (events[i].type == EV_SYN && events[i].code == SYN_REPORT)
+                    frames.push_back(std::exchange(m_partial, {}));
             }
         }
+        m_gone = m_gone || (got < 0 && errno == ENODEV);
+        return *this;
     }
 
+    // Over the frames from `fromFrame` on: the sum of the values of (type, code), and how many
+    // frames hold such an event.
     int sum(int type, int code, std::size_t fromFrame = 0) const
     {
         int total = 0;
         for (std::size_t i = fromFrame; i < frames.size(); ++i) {
-            for (const input_event &event : frames[i]) {
-                if (event.type == type && event.code == code)
-                    total += event.value;
-            }
-        }
-        return total;
-    }
-    int count(int type, int code, int value) const
-    {
-        int total = 0;
-        for (const auto &frame : frames) {
-            for (const input_event &event : frame) {
-                if (event.type == type && event.code == code && event.value == value)
-                    ++total;
-            }
+            for (const input_event &event : frames[i])
+                total += event.type == type && event.code == code ? event.value : 0;
         }
         return total;
     }
     int framesWith(int type, int code, std::size_t fromFrame = 0) const
     {
-        int total = 0;
-        for (std::size_t i = fromFrame; i < frames.size(); ++i) {
-            for (const input_event &event : frames[i]) {
-                if (event.type == type && event.code == code) {
-                    ++total;
-                    break;
-                }
-            }
-        }
-        return total;
+        const auto holds = [&](const std::vector<input_event> &frame) {
+            return std::any_of(
+                frame.begin(), frame.end(), [&](const input_event &e) { return e.type == type && e.code == code; });
+        };
+        return static_cast<int>(
+            std::count_if(frames.begin() + static_cast<std::ptrdiff_t>(fromFrame), frames.end(), holds));
     }
-    std::size_t eventCount() const
+    // How many events of (type, code) carried `value`.
+    int count(int type, int code, int value) const
     {
-        std::size_t total = 0;
+        int total = 0;
         for (const auto &frame : frames)
-            total += frame.size();
+            total += static_cast<int>(std::count_if(frame.begin(), frame.end(),
+                [&](const input_event &e) { return e.type == type && e.code == code && e.value == value; }));
         return total;
     }
-    void clear() { frames.clear(); }
-    // How often this reader fell so far behind that the kernel dropped events.
-    int dropped() const { return m_dropped; }
+    // The buttons the device holds down now, as the kernel keeps its state; {-1} when unreadable.
+    std::vector<int> heldButtons() const
+    {
+        unsigned char keys[KEY_MAX / 8 + 1] = {};
+        if (ioctl(m_fd, EVIOCGKEY(sizeof keys), keys) < 0)
+            return { -1 };
+        std::vector<int> held;
+        for (int key = BTN_MOUSE; key < BTN_JOYSTICK; ++key) {
+            if ((keys[key / 8] & (1 << (key % 8))) != 0)
+                held.push_back(key);
+        }
+        return held;
+    }
 
     std::vector<std::vector<input_event>> frames;
 
