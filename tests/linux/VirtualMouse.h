@@ -175,15 +175,6 @@ public:
         return static_cast<int>(
             std::count_if(frames.begin() + static_cast<std::ptrdiff_t>(fromFrame), frames.end(), holds));
     }
-    // How many events of (type, code) carried `value`.
-    int count(int type, int code, int value) const
-    {
-        int total = 0;
-        for (const auto &frame : frames)
-            total += static_cast<int>(std::count_if(frame.begin(), frame.end(),
-                [&](const input_event &e) { return e.type == type && e.code == code && e.value == value; }));
-        return total;
-    }
     // The buttons the device holds down now, as the kernel keeps its state; {-1} when unreadable.
     std::vector<int> heldButtons() const
     {

@@ -1,16 +1,23 @@
-// The two conversions between the engine and evdev, without a kernel: a mouse's MOUSE_DPI, and
-// scroll amounts to wheel events.
+// What the backend decides without a kernel: which devices it takes over, from their capabilities
+// (a mistake either grabs a keyboard, typing through Kestrix, or a touchpad, a dead touchpad); a
+// mouse's MOUSE_DPI; scroll amounts as wheel events.
 
 #include "linux/MouseDpi.h"
+#include "linux/PointerDeviceFilter.h"
 #include "linux/WheelEncoder.h"
 
 #include <QTest>
+
+#include <libevdev/libevdev.h>
 
 #include <cmath>
 #include <map>
 
 using namespace kestrix;
 using namespace Qt::StringLiterals;
+using DeviceVerdict = PointerDeviceFilter::Verdict;
+
+Q_DECLARE_METATYPE(PointerDeviceFilter::Verdict)
 
 namespace {
 
@@ -27,11 +34,57 @@ void add(Sums &sums, const WheelEncoder::Frame &frame, std::size_t length)
 
 } // namespace
 
-class WheelAndDpiTest : public QObject
+class EvdevMappingTest : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
+    void capabilities_data()
+    {
+        QTest::addColumn<QList<int>>("keys");
+        QTest::addColumn<bool>("absolute");
+        QTest::addColumn<QByteArray>("phys");
+        QTest::addColumn<DeviceVerdict>("verdict");
+
+        const QList<int> mouseButtons { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE };
+        QTest::newRow("mouse") << mouseButtons << false << QByteArray("usb-0000:00:14.0-1/input0")
+                               << DeviceVerdict::Pointer;
+        QTest::newRow("no right button") << QList<int> { BTN_LEFT } << false << QByteArray() << DeviceVerdict::Other;
+        QTest::newRow("touchpad") << mouseButtons << true << QByteArray() << DeviceVerdict::Other;
+        QTest::newRow("keys and motion on one node") << (mouseButtons + QList<int> { KEY_A, KEY_Q, KEY_Z }) << false
+                                                     << QByteArray() << DeviceVerdict::PointerKeyboard;
+        QTest::newRow("media keys on a mouse") << (mouseButtons + QList<int> { KEY_VOLUMEUP, KEY_VOLUMEDOWN }) << false
+                                               << QByteArray() << DeviceVerdict::Pointer;
+        QTest::newRow("our twin") << mouseButtons << false << QByteArray("kestrix-4B657374726978/usb-1/input0")
+                                  << DeviceVerdict::KestrixTwin;
+        QTest::newRow("a twin without a source phys")
+            << mouseButtons << false << QByteArray(PointerDeviceFilter::twinPhys(nullptr).c_str())
+            << DeviceVerdict::KestrixTwin;
+    }
+    void capabilities()
+    {
+        QFETCH(QList<int>, keys);
+        QFETCH(bool, absolute);
+        QFETCH(QByteArray, phys);
+        QFETCH(DeviceVerdict, verdict);
+
+        libevdev *device = libevdev_new();
+        for (const int code : { REL_X, REL_Y, REL_WHEEL })
+            libevdev_enable_event_code(device, EV_REL, static_cast<unsigned int>(code), nullptr);
+        for (const int key : keys)
+            libevdev_enable_event_code(device, EV_KEY, static_cast<unsigned int>(key), nullptr);
+        if (absolute) {
+            const input_absinfo axis { 0, 0, 1000, 0, 0, 10 };
+            libevdev_enable_event_code(device, EV_ABS, ABS_X, &axis);
+            libevdev_enable_event_code(device, EV_ABS, ABS_Y, &axis);
+        }
+        if (!phys.isEmpty())
+            libevdev_set_phys(device, phys.constData());
+        const DeviceVerdict actual = PointerDeviceFilter::classify(device);
+        libevdev_free(device);
+        QCOMPARE(actual, verdict);
+    }
+
     // The kernel test reads "400@125", "800@1000 *16000@1000" and "fast" through udev.
     void mouseDpi_data()
     {
@@ -129,5 +182,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(WheelAndDpiTest)
-#include "WheelAndDpiTest.moc"
+QTEST_APPLESS_MAIN(EvdevMappingTest)
+#include "EvdevMappingTest.moc"
