@@ -40,13 +40,11 @@ QJsonObject settingChanged(const QString &name, const QString &value)
 class PreferencesWindowTest : public QObject
 {
     Q_OBJECT
+    QList<QUrl> openedUrls;
 
 public Q_SLOTS:
     // Takes the URLs the window asks the desktop to open, so no browser starts.
     void openUrl(const QUrl &url) { openedUrls.append(url); }
-
-private:
-    QList<QUrl> openedUrls;
 
 private Q_SLOTS:
     void init() { store().clear(); }
@@ -129,7 +127,6 @@ private Q_SLOTS:
         QFETCH(QString, checkbox);
         QFETCH(QString, key);
         QFETCH(QString, settingName);
-        const QByteArray keyBytes = key.toLatin1();
         Shown shown;
         auto *box = shown.get<QCheckBox>(checkbox);
         QList<bool> states;
@@ -139,7 +136,7 @@ private Q_SLOTS:
             QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
             QCOMPARE(box->isChecked(), expected);
             if (!key.isEmpty())
-                QCOMPARE(store().value(QLatin1StringView(keyBytes)), QJsonValue(expected));
+                QCOMPARE(store().value(QLatin1StringView(key.toLatin1())), QJsonValue(expected));
             QCOMPARE(shown.recorder.events.size(), round + 1);
             QCOMPARE(shown.recorder.events.last().name, u"setting_changed"_s);
             QCOMPARE(

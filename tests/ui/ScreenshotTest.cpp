@@ -1,7 +1,8 @@
 // Renders the preferences window in English, Korean and Arabic, with and without the no-tray
 // commands, and the icon at tray sizes on light and dark panels (checking that it renders whole),
-// into ui-screenshots/ under the build folder, for people to look at. On a real X server (the X11 run of this test) it also
-// photographs the screen with the window mapped on it, as the window manager shows it.
+// into ui-screenshots/ under the build folder, for people to look at. On a real X server (the X11
+// run of this test) it also photographs the screen with the window mapped on it, as the window
+// manager shows it.
 
 #include "UiTestSupport.h"
 
