@@ -2,8 +2,9 @@
 // installs Kestrix's udev rule and applies it at once, what the rule opens up, and that the real
 // program, ended by SIGTERM, gives the mouse back.
 
+#include "RunningKestrix.h"
+
 #include <QDir>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -77,7 +78,9 @@ private:
     int m_error = 0;
 };
 
-// udev's view of a device, read afresh; empty until udev has handled the device.
+// udev's view of a device once it has handled every pending event: the device's own, and the
+// removal of an earlier device that had the same event node number, whose database entry would
+// otherwise read as the new device's for a moment.
 struct UdevView
 {
     bool initialized = false;
@@ -86,6 +89,7 @@ struct UdevView
 
 UdevView udevView(const char *subsystem, const QString &sysname)
 {
+    QProcess::execute(u"udevadm"_s, { u"settle"_s, u"--timeout=60"_s });
     UdevView view;
     udev *context = udev_new();
     udev_device *device = udev_device_new_from_subsystem_sysname(context, subsystem, sysname.toUtf8().constData());
@@ -98,15 +102,6 @@ UdevView udevView(const char *subsystem, const QString &sysname)
     }
     udev_unref(context);
     return view;
-}
-
-// udev's view once it has handled every pending event: a device's own, and the removal of an
-// earlier device that had the same event node number, whose database entry would otherwise read as
-// the new device's for a moment.
-UdevView settledUdevView(const char *subsystem, const QString &sysname)
-{
-    QProcess::execute(u"udevadm"_s, { u"settle"_s, u"--timeout=60"_s });
-    return udevView(subsystem, sysname);
 }
 
 bool grabbedByAnother(const char *node)
@@ -162,7 +157,7 @@ private Q_SLOTS:
         TestDevice mouse("Kestrix Helper Test Mouse", Kind::Mouse);
         QVERIFY(mouse.ok());
         const QString sysname = QFileInfo(QString::fromUtf8(mouse.node())).fileName();
-        const UdevView before = settledUdevView("input", sysname);
+        const UdevView before = udevView("input", sysname);
         QVERIFY(before.initialized);
         QVERIFY(!before.tags.contains(u"uaccess"_s));
 
@@ -175,7 +170,7 @@ private Q_SLOTS:
         QCOMPARE(QProcess::execute(helper, {}), 0);
         QVERIFY(QFile::exists(u"/etc/udev/rules.d/70-kestrix.rules"_s));
         QCOMPARE(QFile(u"/etc/modules-load.d/kestrix.conf"_s).size() > 0, true);
-        QVERIFY(settledUdevView("input", sysname).tags.contains(u"uaccess"_s));
+        QVERIFY(udevView("input", sysname).tags.contains(u"uaccess"_s));
         QVERIFY(udevView("misc", u"uinput"_s).tags.contains(u"uaccess"_s));
     }
 
@@ -197,16 +192,9 @@ private Q_SLOTS:
         TestDevice device("Kestrix Rule Test Device", Kind(kind));
         QVERIFY(device.ok());
         const QString sysname = QFileInfo(QString::fromUtf8(device.node())).fileName();
-        const UdevView view = settledUdevView("input", sysname);
+        const UdevView view = udevView("input", sysname);
         QVERIFY(view.initialized);
         QCOMPARE(view.tags.contains(u"uaccess"_s), opened);
-    }
-
-    void udevRuleOpensUinput()
-    {
-        const UdevView uinput = udevView("misc", u"uinput"_s);
-        QVERIFY(uinput.initialized);
-        QVERIFY2(uinput.tags.contains(u"uaccess"_s), qPrintable(uinput.tags.join(u' ')));
     }
 
     // The real program grabs the mouse; SIGTERM ends it cleanly, with the grab released and the twin
@@ -216,23 +204,14 @@ private Q_SLOTS:
         const QByteArray name = "Kestrix Shutdown Test Mouse";
         TestDevice mouse(name.constData(), Kind::Mouse);
         QVERIFY(mouse.ok());
-        QVERIFY(settledUdevView("input", QFileInfo(QString::fromUtf8(mouse.node())).fileName()).initialized);
+        QVERIFY(udevView("input", QFileInfo(QString::fromUtf8(mouse.node())).fileName()).initialized);
 
         QTemporaryDir config;
-        QProcess kestrix;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
         environment.insert(u"XDG_CONFIG_HOME"_s, config.path());
-        environment.insert(u"KESTRIX_UPDATE_BASE_URL"_s, u"http://127.0.0.1:9"_s);
-        environment.insert(u"KESTRIX_ANALYTICS_BASE_URL"_s, u"http://127.0.0.1:9"_s);
-        environment.remove(u"JOURNAL_STREAM"_s);
-        kestrix.setProcessEnvironment(environment);
-        kestrix.setProcessChannelMode(QProcess::MergedChannels);
-        QByteArray output;
-        connect(&kestrix, &QProcess::readyRead, this, [&] { output += kestrix.readAll(); });
-        kestrix.start(QStringLiteral(KESTRIX_BINARY), {});
-        QVERIFY(kestrix.waitForStarted());
-        QTRY_VERIFY2_WITH_TIMEOUT(output.contains("[Kestrix] 준비 완료"), output.constData(), 60000);
+        kestrix::test::RunningKestrix running(environment);
+        QVERIFY(running.process.waitForStarted());
+        QTRY_VERIFY2_WITH_TIMEOUT(running.output.contains("[Kestrix] 준비 완료"), running.output.constData(), 60000);
         QTRY_VERIFY_WITH_TIMEOUT(grabbedByAnother(mouse.node()), 20000);
 
         QString twin;
@@ -264,12 +243,9 @@ private Q_SLOTS:
         input_event event {};
         QCOMPARE(::read(sourceFd, &event, sizeof event), ssize_t(-1));
 
-        ::kill(pid_t(kestrix.processId()), SIGTERM);
-        QVERIFY(kestrix.waitForFinished(30000));
-        output += kestrix.readAll();
-        QCOMPARE(kestrix.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(kestrix.exitCode(), 0);
-        QVERIFY2(output.contains("[Kestrix] 이벤트 탭 비활성화됨"), output.constData());
+        running.signal(SIGTERM);
+        kestrix::test::expectCleanExit(running);
+        QVERIFY2(running.output.contains("[Kestrix] 이벤트 탭 비활성화됨"), running.output.constData());
 
         // The mouse is everyone's again: not grabbed, and its events reach other readers. The twin is
         // gone. (Kestrix releases what the twin held before destroying it, but evdev drops a removed

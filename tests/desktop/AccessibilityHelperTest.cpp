@@ -25,38 +25,33 @@ private:
         int checks = 0;
         int prompts = 0;
         int grantAtCheck = 0; // the check that first finds access; 0: never
+        bool promptSays = false; // what the one prompt answers
         std::vector<qint64> checkTimes;
         QElapsedTimer clock;
-
-        static std::shared_ptr<FakeSystem> make(int grantAtCheck)
-        {
-            auto system = std::make_shared<FakeSystem>();
-            system->grantAtCheck = grantAtCheck;
-            system->clock.start();
-            return system;
-        }
     };
 
-    static AccessibilityHelper::Access accessTo(const std::shared_ptr<FakeSystem> &system)
+    // Starts the permission wait against a system of the given behaviour.
+    static std::shared_ptr<FakeSystem> ensure(int grantAtCheck, bool promptSays = false)
     {
-        return {
-            .isTrusted =
-                [system] {
-                    ++system->checks;
-                    system->checkTimes.push_back(system->clock.elapsed());
-                    return system->grantAtCheck != 0 && system->checks >= system->grantAtCheck;
-                },
-            .promptOnce =
-                [system] {
-                    ++system->prompts;
-                    return false;
-                },
-        };
-    }
-
-    static void ensure(const std::shared_ptr<FakeSystem> &system, AccessibilityHelper::Access access)
-    {
-        AccessibilityHelper::ensureAccessibility([system] { ++system->runs; }, std::move(access));
+        auto system = std::make_shared<FakeSystem>();
+        system->grantAtCheck = grantAtCheck;
+        system->promptSays = promptSays;
+        system->clock.start();
+        AccessibilityHelper::ensureAccessibility([system] { ++system->runs; },
+            {
+                .isTrusted =
+                    [system] {
+                        ++system->checks;
+                        system->checkTimes.push_back(system->clock.elapsed());
+                        return system->grantAtCheck != 0 && system->checks >= system->grantAtCheck;
+                    },
+                .promptOnce =
+                    [system] {
+                        ++system->prompts;
+                        return system->promptSays;
+                    },
+            });
+        return system;
     }
 
     QStringList m_log;
@@ -70,33 +65,38 @@ private Q_SLOTS:
     }
     void cleanup() { Log::setObserver(nullptr); }
 
-    void alreadyTrustedRunsTheContinuationOnceAfterReturning()
+    // The continuation runs once, never before the caller has returned, and nothing polls after
+    // it. Access may be there at once; or arrive between the fourth and the fifth check after the
+    // prompt (about 4.5 s in), so the checks at 1, 2, 3 and 4 s find nothing and the one at 5 s
+    // finds it; or the prompt may say yes at once (access arrived between the two questions), and
+    // still only the first tick, a second later, continues.
+    void continuesOnceWhenAccessIsFound_data()
     {
-        const auto system = FakeSystem::make(1);
-        ensure(system, accessTo(system));
-        QCOMPARE(system->runs, 0); // deferred: the caller returns first
-        QTRY_COMPARE(system->runs, 1);
-        QTest::qWait(1500); // a poll would have ticked by now
-        QCOMPARE(system->runs, 1);
-        QCOMPARE(system->checks, 1);
-        QCOMPARE(system->prompts, 0);
-        QCOMPARE(m_log, QStringList { u"[Kestrix] AXIsProcessTrusted = 1"_s });
+        QTest::addColumn<int>("grantAtCheck");
+        QTest::addColumn<bool>("promptSays");
+        QTest::addColumn<QStringList>("log");
+        const QString denied = u"[Kestrix] AXIsProcessTrusted = 0"_s;
+        const QString granted = u"[Kestrix] 접근성 권한 부여됨"_s;
+        QTest::newRow("already granted") << 1 << false << QStringList { u"[Kestrix] AXIsProcessTrusted = 1"_s };
+        QTest::newRow("granted after 4.5 s")
+            << 6 << false << QStringList { denied, u"[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0"_s, granted };
+        QTest::newRow("prompt says yes") << 2 << true
+                                         << QStringList { denied,
+                                                u"[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 1"_s, granted };
     }
 
-    // Access arrives between the fourth and the fifth check after the prompt (about 4.5 s in): the
-    // checks at 1, 2, 3 and 4 s find nothing, the one at 5 s finds it, and nothing ticks afterwards.
-    void grantedLaterIsFoundByTheNextCheck()
+    void continuesOnceWhenAccessIsFound()
     {
-        const auto system = FakeSystem::make(6); // the first check, then five timer ticks
-        ensure(system, accessTo(system));
-        QCOMPARE(system->prompts, 1);
-        QCOMPARE(m_log,
-            (QStringList {
-                u"[Kestrix] AXIsProcessTrusted = 0"_s, u"[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0"_s }));
+        QFETCH(int, grantAtCheck);
+        QFETCH(bool, promptSays);
+        QFETCH(QStringList, log);
+        const auto system = ensure(grantAtCheck, promptSays);
+        QCOMPARE(system->runs, 0); // deferred: the caller returns first
+        QCOMPARE(system->prompts, grantAtCheck == 1 ? 0 : 1);
 
         QTRY_COMPARE_WITH_TIMEOUT(system->runs, 1, 20000);
-        QCOMPARE(system->checks, 6);
-        QCOMPARE(m_log.last(), u"[Kestrix] 접근성 권한 부여됨"_s);
+        QCOMPARE(system->checks, grantAtCheck);
+        QCOMPARE(m_log, log);
         // About a second apart: the event loop's timer may fire up to 5 % early, and a noisy
         // machine only stretches the gaps.
         for (std::size_t i = 1; i < system->checkTimes.size(); ++i) {
@@ -104,38 +104,18 @@ private Q_SLOTS:
             QVERIFY2(gap >= 900, qPrintable(u"checks %1 ms apart"_s.arg(gap)));
         }
 
-        QTest::qWait(2200);
-        QCOMPARE(system->checks, 6);
+        QTest::qWait(1500); // a poll still running would have ticked by now
+        QCOMPARE(system->checks, grantAtCheck);
         QCOMPARE(system->runs, 1);
-        QCOMPARE(system->prompts, 1);
     }
 
     void neverGrantedKeepsCheckingAndNeverContinues()
     {
-        const auto system = FakeSystem::make(0);
-        ensure(system, accessTo(system));
+        const auto system = ensure(0);
         QTRY_VERIFY_WITH_TIMEOUT(system->checks >= 4, 20000);
         QCOMPARE(system->runs, 0);
         QCOMPARE(system->prompts, 1);
         QCOMPARE(m_log.size(), 2);
-    }
-
-    // The prompt may say yes at once (access arrived between the two questions): still only the
-    // first tick, a second later, continues.
-    void promptAnsweringYesStillWaitsForTheFirstCheck()
-    {
-        const auto system = FakeSystem::make(2);
-        auto access = accessTo(system);
-        access.promptOnce = [system] {
-            ++system->prompts;
-            return true;
-        };
-        ensure(system, access);
-        QCOMPARE(m_log.value(1), u"[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 1"_s);
-        QTest::qWait(300);
-        QCOMPARE(system->runs, 0);
-        QTRY_COMPARE_WITH_TIMEOUT(system->runs, 1, 10000);
-        QCOMPARE(system->checks, 2);
     }
 };
 

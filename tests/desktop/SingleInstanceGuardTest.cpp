@@ -45,14 +45,20 @@ class SingleInstanceGuardTest : public QObject
 private:
     std::vector<std::unique_ptr<QProcess>> m_helpers;
 
-    // Starts a helper and waits until it has taken its identity.
-    QProcess &startHelper(const QString &mode, const std::function<void()> &childSetup = {})
+    // Starts a helper and waits until it has taken its identity. "other-user" is a copy that quits
+    // on SIGTERM, run as nobody.
+    QProcess &startHelper(const QString &mode)
     {
         auto &helper = m_helpers.emplace_back(std::make_unique<QProcess>());
         helper->setProgram(QStringLiteral(KESTRIX_IDENTITY_HELPER));
-        helper->setArguments({ testIdentity.identifier, testIdentity.displayName, mode });
-        if (childSetup)
-            helper->setChildProcessModifier(childSetup);
+        helper->setArguments(
+            { testIdentity.identifier, testIdentity.displayName, mode == "other-user"_L1 ? u"quit"_s : mode });
+        if (mode == "other-user"_L1) {
+            helper->setChildProcessModifier([] {
+                if (::setgid(65534) != 0 || ::setuid(65534) != 0)
+                    ::_exit(3);
+            });
+        }
         helper->start();
         [&] {
             QVERIFY2(helper->waitForStarted(), qPrintable(helper->errorString()));
@@ -88,8 +94,6 @@ private:
         return run;
     }
 
-    GuardRun startCopyAndRunGuard() { return runGuard(startHelper(u"guard"_s)); }
-
     static QStringList guardLines()
     {
         return { u"[Kestrix] 기존 프로세스 종료 중..."_s, u"[Kestrix] 기존 프로세스 종료 완료"_s };
@@ -118,86 +122,68 @@ private Q_SLOTS:
         QVERIFY(procFile(nameOnly, "cmdline").split('\0').value(0) != testIdentity.identifier.toUtf8());
     }
 
-    void noOtherCopyMeansNoWaitAndNoLog()
+    // Copies started before this one are each asked once, in process-id order, and quit cleanly
+    // through their SIGTERM handling; the starting copy never asks itself. A copy started after
+    // this one is the newer and stays: asking it would let two copies started together end each
+    // other. Another user's Kestrix is none of ours.
+    void olderCopiesQuitAndOthersStay_data()
     {
-        const GuardRun run = startCopyAndRunGuard();
-        QVERIFY(run.asked.empty());
-        QVERIFY(run.log.isEmpty());
-        QCOMPARE(run.remaining, 0);
+        QTest::addColumn<QStringList>("before");
+        QTest::addColumn<QStringList>("after");
+        QTest::newRow("no other copy") << QStringList {} << QStringList {};
+        QTest::newRow("one copy") << QStringList { u"quit"_s } << QStringList {};
+        QTest::newRow("two copies") << QStringList { u"quit"_s, u"quit"_s } << QStringList {};
+        QTest::newRow("display name only") << QStringList { u"name-only"_s } << QStringList {};
+        QTest::newRow("copy and namesake") << QStringList { u"quit"_s, u"name-only"_s } << QStringList {};
+        QTest::newRow("newer copy") << QStringList {} << QStringList { u"quit"_s };
+        QTest::newRow("another user's copy") << QStringList { u"other-user"_s } << QStringList {};
     }
 
-    // One copy, two, and an unrelated program that only has the display name: each is asked once,
-    // in process-id order, and quits cleanly through its SIGTERM handling; the starting copy never
-    // asks itself.
-    void olderCopiesQuit_data()
+    void olderCopiesQuitAndOthersStay()
     {
-        QTest::addColumn<QStringList>("modes");
-        QTest::newRow("one copy") << QStringList { u"quit"_s };
-        QTest::newRow("two copies") << QStringList { u"quit"_s, u"quit"_s };
-        QTest::newRow("display name only") << QStringList { u"name-only"_s };
-        QTest::newRow("copy and namesake") << QStringList { u"quit"_s, u"name-only"_s };
-    }
-
-    void olderCopiesQuit()
-    {
-        QFETCH(QStringList, modes);
+        QFETCH(QStringList, before);
+        QFETCH(QStringList, after);
+        if (before.contains(u"other-user"_s) && ::getuid() != 0)
+            QSKIP("starting a process as another user needs root");
+        std::vector<QProcess *> leaving;
+        std::vector<QProcess *> staying;
         std::vector<pid_t> older;
-        for (const QString &mode : modes)
-            older.push_back(pid_t(startHelper(mode).processId()));
+        for (const QString &mode : before) {
+            QProcess &helper = startHelper(mode);
+            (mode == "other-user"_L1 ? staying : leaving).push_back(&helper);
+            if (mode != "other-user"_L1)
+                older.push_back(pid_t(helper.processId()));
+        }
         std::sort(older.begin(), older.end());
+        QProcess &starting = startHelper(u"guard"_s);
+        for (const QString &mode : after)
+            staying.push_back(&startHelper(mode));
 
-        const GuardRun run = startCopyAndRunGuard();
+        const GuardRun run = runGuard(starting);
         QCOMPARE(run.asked, older);
-        QCOMPARE(run.log, guardLines());
-        QVERIFY(std::find(run.asked.begin(), run.asked.end(), run.pid) == run.asked.end());
+        QCOMPARE(run.log, older.empty() ? QStringList() : guardLines());
         // The wait ended because they went, not because it ran out.
         QCOMPARE(run.remaining, 0);
-
-        for (std::size_t i = 0; i < older.size(); ++i) {
-            QProcess &helper = *m_helpers[i];
-            QVERIFY(helper.waitForFinished(10000));
-            QCOMPARE(helper.exitStatus(), QProcess::NormalExit);
-            QCOMPARE(helper.exitCode(), 0);
-            QCOMPARE(helper.readAllStandardOutput().trimmed(), "quit 15");
+        for (QProcess *helper : leaving) {
+            QVERIFY(helper->waitForFinished(10000));
+            QCOMPARE(helper->exitStatus(), QProcess::NormalExit);
+            QCOMPARE(helper->exitCode(), 0);
+            QCOMPARE(helper->readAllStandardOutput().trimmed(), "quit 15");
         }
+        for (QProcess *helper : staying)
+            QCOMPARE(helper->state(), QProcess::Running);
     }
 
     // A copy that ignores the request is not forced: the wait runs out and start-up carries on.
     void copyIgnoringTheRequestIsLeftRunning()
     {
         QProcess &stubborn = startHelper(u"ignore"_s);
-        const GuardRun run = startCopyAndRunGuard();
+        const GuardRun run = runGuard(startHelper(u"guard"_s));
         QCOMPARE(run.asked, std::vector<pid_t> { pid_t(stubborn.processId()) });
         QCOMPARE(run.log, guardLines());
         QCOMPARE(run.remaining, 1);
         QVERIFY(run.waitedMs >= 2900); // the whole wait; a loaded machine only makes it longer
         QCOMPARE(stubborn.state(), QProcess::Running);
-    }
-
-    // A copy started after this one is the newer and stays: asking it would let two copies
-    // started together end each other.
-    void newerCopyIsLeftAlone()
-    {
-        QProcess &starting = startHelper(u"guard"_s);
-        QProcess &newer = startHelper(u"quit"_s);
-        const GuardRun run = runGuard(starting);
-        QVERIFY(run.asked.empty());
-        QVERIFY(run.log.isEmpty());
-        QCOMPARE(newer.state(), QProcess::Running);
-    }
-
-    // Only processes of this user are copies: another user's Kestrix is none of ours.
-    void otherUsersProcessesAreNotCopies()
-    {
-        if (::getuid() != 0)
-            QSKIP("starting a process as another user needs root");
-        QProcess &foreign = startHelper(u"quit"_s, [] {
-            if (::setgid(65534) != 0 || ::setuid(65534) != 0)
-                ::_exit(3);
-        });
-        const GuardRun run = startCopyAndRunGuard();
-        QVERIFY(run.asked.empty());
-        QCOMPARE(foreign.state(), QProcess::Running);
     }
 };
 
