@@ -1,22 +1,24 @@
 #include "LocalHttpServer.h"
 
+#include <QDir>
+#include <QFile>
 #include <QHostAddress>
 #include <QTcpSocket>
 
+#include <utility>
+
 namespace kestrix::test {
 
-LocalHttpServer::LocalHttpServer()
+LocalHttpServer::LocalHttpServer(const char *baseUrlVariable)
 {
     if (!m_server.listen(QHostAddress::LocalHost))
         qFatal("the test HTTP server cannot listen on 127.0.0.1: %s", qPrintable(m_server.errorString()));
+    qputenv(baseUrlVariable, baseUrl().toEncoded());
+    // Each socket is a child of m_server, so none outlives it.
     connect(&m_server, &QTcpServer::newConnection, this, [this] {
         while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-            m_pending.insert(socket, {});
             connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readFrom(socket); });
-            connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
-                m_pending.remove(socket);
-                socket->deleteLater();
-            });
+            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         }
     });
 }
@@ -30,26 +32,22 @@ void LocalHttpServer::setResponse(const QByteArray &path, const HttpResponse &re
 
 void LocalHttpServer::closeUnanswered()
 {
-    const QList<QTcpSocket *> sockets = m_pending.keys();
-    for (QTcpSocket *socket : sockets)
-        socket->abort();
+    for (const QPointer<QTcpSocket> &socket : std::exchange(m_hanging, {}))
+        if (socket)
+            socket->abort();
 }
 
 void LocalHttpServer::readFrom(QTcpSocket *socket)
 {
-    QByteArray &buffer = m_pending[socket];
-    buffer += socket->readAll();
+    // Nothing is taken from the socket until the whole request has arrived.
+    const QByteArray buffer = socket->peek(socket->bytesAvailable());
     const qsizetype headerEnd = buffer.indexOf("\r\n\r\n");
     if (headerEnd < 0)
         return;
 
     HttpRequest request;
     const QList<QByteArray> lines = buffer.left(headerEnd).split('\n');
-    const QList<QByteArray> requestLine = lines.first().trimmed().split(' ');
-    if (requestLine.size() != 3)
-        qFatal("the test HTTP server got a malformed request line: %s", lines.first().constData());
-    request.method = requestLine[0];
-    request.target = requestLine[1];
+    request.line = lines.first().trimmed();
     for (qsizetype i = 1; i < lines.size(); ++i) {
         const qsizetype colon = lines[i].indexOf(':');
         if (colon > 0)
@@ -59,27 +57,46 @@ void LocalHttpServer::readFrom(QTcpSocket *socket)
     if (buffer.size() < headerEnd + 4 + length)
         return; // the body is still on its way
     request.body = buffer.mid(headerEnd + 4, length);
-    buffer.clear();
+    socket->readAll();
 
-    const qsizetype query = request.target.indexOf('?');
-    const QByteArray path = query < 0 ? request.target : request.target.left(query);
     requests.append(request);
-    const HttpResponse response
-        = m_responses.value(path, HttpResponse { 404, "no such path", "text/plain", HttpResponse::Answer });
+    const QByteArray path = request.line.split(' ').value(1).split('?').first();
+    const HttpResponse response = m_responses.value(path, HttpResponse { 404, "no such path" });
     switch (response.behaviour) {
     case HttpResponse::Answer:
-        socket->write("HTTP/1.1 " + QByteArray::number(response.status) + " Test\r\n" + "Content-Type: "
-            + response.contentType + "\r\n" + "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n"
-            + "Connection: close\r\n\r\n" + response.body);
+        socket->write("HTTP/1.1 " + QByteArray::number(response.status) + " Test\r\nContent-Length: "
+            + QByteArray::number(response.body.size()) + "\r\nConnection: close\r\n\r\n" + response.body);
         socket->disconnectFromHost();
         break;
     case HttpResponse::Hang:
+        m_hanging.append(socket);
         break;
     case HttpResponse::Close:
         socket->abort();
         break;
     }
     Q_EMIT requestReceived();
+}
+
+void setDownloadsFolder(const QString &folder)
+{
+    const QString config = qEnvironmentVariable("XDG_CONFIG_HOME");
+    if (config.isEmpty() || !QDir().mkpath(config))
+        qFatal("the network tests need their own XDG_CONFIG_HOME");
+    writeFile(config + QStringLiteral("/user-dirs.dirs"), "XDG_DOWNLOAD_DIR=\"" + folder.toUtf8() + "\"\n");
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
+        qFatal("cannot write %s", qPrintable(path));
 }
 
 } // namespace kestrix::test

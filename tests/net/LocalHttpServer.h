@@ -1,13 +1,14 @@
 #pragma once
 
-// A small HTTP/1.1 server on 127.0.0.1 for the network tests, written with Qt's own QTcpServer:
-// real sockets and real HTTP on the wire, so the code under test talks to it exactly as it would
-// to a real server. One request per connection; every answer closes the connection.
+// What the network tests (here and in tests/updates) share: a small HTTP/1.1 server on
+// 127.0.0.1, written with Qt's own QTcpServer, so the code under test talks to it over real
+// sockets exactly as it would to a real server, and the few file helpers every download test needs.
 
 #include <QByteArray>
 #include <QHash>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QTcpServer>
 #include <QUrl>
 
@@ -17,8 +18,7 @@ namespace kestrix::test {
 
 struct HttpRequest
 {
-    QByteArray method;
-    QByteArray target; // path and query, as sent
+    QByteArray line; // method, path and query as sent, protocol
     QHash<QByteArray, QByteArray> headers; // names in lower case
     QByteArray body;
 };
@@ -27,7 +27,6 @@ struct HttpResponse
 {
     int status = 200;
     QByteArray body;
-    QByteArray contentType = "application/json";
     enum Behaviour {
         Answer,
         Hang, // read the request, then keep the connection open without a byte of answer
@@ -36,16 +35,19 @@ struct HttpResponse
     Behaviour behaviour = Answer;
 };
 
+// One request per connection; every answer closes the connection.
 class LocalHttpServer final : public QObject
 {
     Q_OBJECT
 
 public:
-    // Listens on 127.0.0.1 at a port the system picks.
-    LocalHttpServer();
+    // Listens on 127.0.0.1 at a port the system picks, and sets the environment variable
+    // `baseUrlVariable` to its address, so the code under test (which reads it once, at first
+    // use) never talks to any other host.
+    explicit LocalHttpServer(const char *baseUrlVariable);
 
-    // http://127.0.0.1:<port>
-    QUrl baseUrl() const;
+    QUrl baseUrl() const; // http://127.0.0.1:<port>
+    QUrl url(const char *path) const { return baseUrl().resolved(QUrl(QString::fromLatin1(path))); }
 
     // The answer to requests whose path (query left out) is `path`; unknown paths get a 404.
     void setResponse(const QByteArray &path, const HttpResponse &response);
@@ -60,10 +62,19 @@ Q_SIGNALS:
 private:
     void readFrom(QTcpSocket *socket);
 
-    QHash<QByteArray, HttpResponse> m_responses;
-    QHash<QTcpSocket *, QByteArray> m_pending;
-    // Last, so it goes first: its sockets report their disconnection while m_pending still exists.
     QTcpServer m_server;
+    QHash<QByteArray, HttpResponse> m_responses;
+    QList<QPointer<QTcpSocket>> m_hanging;
 };
+
+// JSON written with single quotes, so the tables stay readable.
+inline QByteArray json(const char *text) { return QByteArray(text).replace('\'', '"'); }
+
+// Makes `folder` the user's Downloads folder through user-dirs.dirs in $XDG_CONFIG_HOME, as on a
+// desktop. The folder need not exist.
+void setDownloadsFolder(const QString &folder);
+
+QByteArray readFile(const QString &path); // "<missing>" when it cannot be read
+void writeFile(const QString &path, const QByteArray &bytes);
 
 } // namespace kestrix::test
