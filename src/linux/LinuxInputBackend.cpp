@@ -22,15 +22,6 @@ namespace {
 
 constexpr char uinputNode[] = "/dev/uinput";
 
-input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
-{
-    input_event event {};
-    event.type = type;
-    event.code = code;
-    event.value = value;
-    return event;
-}
-
 std::int64_t eventTimeNs(const input_event &event)
 {
     return static_cast<std::int64_t>(event.input_event_sec) * 1'000'000'000

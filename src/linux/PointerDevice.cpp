@@ -18,15 +18,6 @@
 namespace kestrix {
 namespace {
 
-input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
-{
-    input_event event {};
-    event.type = type;
-    event.code = code;
-    event.value = value;
-    return event;
-}
-
 std::string describeError(int error) { return std::strerror(error < 0 ? -error : error); }
 
 } // namespace

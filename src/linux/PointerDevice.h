@@ -16,6 +16,16 @@ struct libevdev_uinput;
 
 namespace kestrix {
 
+// One evdev event with its time left at zero: the kernel stamps what is written to uinput.
+inline input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
+{
+    input_event event {};
+    event.type = type;
+    event.code = code;
+    event.value = value;
+    return event;
+}
+
 // One physical pointer taken over by Kestrix: its event node (the source), read through libevdev
 // and grabbed so nobody else sees its events, and the virtual twin made through uinput that
 // re-emits what Kestrix lets through.
