@@ -111,6 +111,16 @@ QPalette contentPalette(const QPalette &base)
     return palette;
 }
 
+// A card's rows sit 24 in from its sides and 14 from its top and bottom, with no spacing of their
+// own: each gap between rows is added where it belongs.
+template<typename Layout> Layout *cardLayout(CardView *card)
+{
+    auto *layout = new Layout(card);
+    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
+    layout->setSpacing(0);
+    return layout;
+}
+
 } // namespace
 
 PreferencesServices PreferencesServices::live()
@@ -257,9 +267,7 @@ QWidget *PreferencesWindow::buildDirectionCard(QWidget *parent)
 {
     auto *card = new CardView(parent);
     card->setObjectName(u"directionCard"_s);
-    auto *layout = new QVBoxLayout(card);
-    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
-    layout->setSpacing(0);
+    auto *layout = cardLayout<QVBoxLayout>(card);
     m_dirLabel = makeSectionLabel(card, u"dirLabel"_s);
     m_verticalCheckbox
         = makeCheckbox(card, u"verticalCheckbox"_s, SettingsKeys::enableVerticalScroll, "vertical_scroll"_L1);
@@ -280,9 +288,7 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
 {
     auto *card = new CardView(parent);
     card->setObjectName(u"behaviorCard"_s);
-    auto *layout = new QVBoxLayout(card);
-    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
-    layout->setSpacing(0);
+    auto *layout = cardLayout<QVBoxLayout>(card);
     m_behLabel = makeSectionLabel(card, u"behLabel"_s);
     m_reverseCheckbox = makeCheckbox(card, u"reverseCheckbox"_s, SettingsKeys::reverseScroll, "reverse_scroll"_L1);
     m_smoothCheckbox = makeCheckbox(card, u"smoothCheckbox"_s, SettingsKeys::usePixelScrolling, "smooth_scroll"_L1);
@@ -369,9 +375,7 @@ QWidget *PreferencesWindow::buildLanguageCard(QWidget *parent)
     // Only a choice of the user's counts, never a selection made by the program.
     connect(m_langPopup, &QComboBox::activated, this, &PreferencesWindow::languageChanged);
 
-    auto *layout = new QHBoxLayout(card);
-    layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
-    layout->setSpacing(0);
+    auto *layout = cardLayout<QHBoxLayout>(card);
     layout->addWidget(m_langLabel, 0, Qt::AlignVCenter);
     layout->addSpacing(langLabelToPopup);
     layout->addWidget(m_langPopup, 0, Qt::AlignVCenter);
