@@ -3,7 +3,7 @@
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
-#include "engine/GrabScrollManager.h"
+#include "engine/InputControl.h"
 #include "net/Analytics.h"
 #include "net/AppInfo.h"
 #include "ui/StatusBarController.h"
@@ -19,17 +19,16 @@ LaunchServices LaunchServices::system()
 {
     return {
         .access = AccessibilityHelper::systemAccess(),
-        .makeStatusBar = [](GrabScrollManager &manager) -> std::unique_ptr<QObject> {
-            return std::make_unique<StatusBarController>(manager);
-        },
+        .makeStatusBar
+        = [](InputControl &input) -> std::unique_ptr<QObject> { return std::make_unique<StatusBarController>(input); },
         .sendEvent = &Analytics::send,
         .checkForUpdatesSilently = &UpdateChecker::checkSilently,
     };
 }
 
-AppDelegate::AppDelegate(GrabScrollManager &manager, LaunchServices services, QObject *parent)
+AppDelegate::AppDelegate(InputControl &input, LaunchServices services, QObject *parent)
     : QObject(parent)
-    , m_manager(manager)
+    , m_input(input)
     , m_services(std::move(services))
 { }
 
@@ -49,9 +48,9 @@ void AppDelegate::applicationDidFinishLaunching()
 void AppDelegate::accessGranted()
 {
     Log::write("[Kestrix] 접근성 권한 확인됨");
-    m_manager.start();
+    m_input.start();
     // Built after the start, so the menu's switch shows the engine as it now is.
-    m_statusBarController = m_services.makeStatusBar(m_manager);
+    m_statusBarController = m_services.makeStatusBar(m_input);
     Log::write("[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요");
 
     // The stored language goes out as it stands, a known code or not.
@@ -63,6 +62,6 @@ void AppDelegate::accessGranted()
     Q_EMIT launchCompleted();
 }
 
-void AppDelegate::applicationWillTerminate() { m_manager.stop(); }
+void AppDelegate::applicationWillTerminate() { m_input.stop(); }
 
 } // namespace kestrix

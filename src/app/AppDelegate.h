@@ -11,7 +11,7 @@
 
 namespace kestrix {
 
-class GrabScrollManager;
+class InputControl;
 
 // What the application asks of the world outside the engine: the input permission, then, once it is
 // granted, the tray menu, the launch event and the update check. system() gives the real ones;
@@ -20,7 +20,7 @@ struct LaunchServices
 {
     AccessibilityHelper::Access access;
     // Builds the tray menu around the started engine: a StatusBarController.
-    std::function<std::unique_ptr<QObject>(GrabScrollManager &manager)> makeStatusBar;
+    std::function<std::unique_ptr<QObject>(InputControl &input)> makeStatusBar;
     // Sends one usage event: Analytics::send.
     std::function<void(const QString &eventName, const QJsonObject &params)> sendEvent;
     // Looks for a newer version, speaking only when there is one: UpdateChecker::checkSilently.
@@ -41,7 +41,7 @@ class AppDelegate final : public QObject
 
 public:
     explicit AppDelegate(
-        GrabScrollManager &manager, LaunchServices services = LaunchServices::system(), QObject *parent = nullptr);
+        InputControl &input, LaunchServices services = LaunchServices::system(), QObject *parent = nullptr);
     ~AppDelegate() override;
 
     // Once the event loop runs: logs the start line and waits for input access; then starts the
@@ -57,7 +57,7 @@ Q_SIGNALS:
 private:
     void accessGranted();
 
-    GrabScrollManager &m_manager;
+    InputControl &m_input;
     LaunchServices m_services;
     // The tray menu: empty until access is granted, then kept for the life of the process.
     std::unique_ptr<QObject> m_statusBarController;

@@ -17,6 +17,17 @@ inline constexpr QLatin1StringView momentumScroll = "momentumScroll"_L1;
 inline constexpr QLatin1StringView usePixelScrolling = "usePixelScrolling"_L1;
 inline constexpr QLatin1StringView scrollSpeed = "scrollSpeed"_L1;
 
+// What starts a scroll and how it ends: the button ("secondary", "middle", "back" or "forward"),
+// the points of travel before a press scrolls, and momentum's decay per 16 ms tick.
+inline constexpr QLatin1StringView triggerButton = "triggerButton"_L1;
+inline constexpr QLatin1StringView dragThreshold = "dragThreshold"_L1;
+inline constexpr QLatin1StringView momentumGlide = "momentumGlide"_L1;
+// The mice Kestrix leaves alone: an array of { "vendor": "046d", "product": "c077", "name": "..." }.
+inline constexpr QLatin1StringView disabledMice = "disabledMice"_L1;
+// The apps whose windows get the button untouched: an array of app ids or window classes, matched
+// without regard to case, a trailing "*" matching any rest. Absent: a default list.
+inline constexpr QLatin1StringView excludedApps = "excludedApps"_L1;
+
 // Interface language: a language code string.
 inline constexpr QLatin1StringView language = "language"_L1;
 // Record of the last successful launch-at-login change (Boolean); read by nothing.

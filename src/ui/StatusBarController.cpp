@@ -1,6 +1,6 @@
 #include "ui/StatusBarController.h"
 
-#include "engine/GrabScrollManager.h"
+#include "engine/InputControl.h"
 #include "l10n/L10n.h"
 #include "l10n/Language.h"
 #include "net/AppInfo.h"
@@ -28,13 +28,13 @@ StatusBarServices StatusBarServices::live()
     };
 }
 
-StatusBarController::StatusBarController(GrabScrollManager &manager, QObject *parent)
-    : StatusBarController(manager, StatusBarServices::live(), parent)
+StatusBarController::StatusBarController(InputControl &input, QObject *parent)
+    : StatusBarController(input, StatusBarServices::live(), parent)
 { }
 
-StatusBarController::StatusBarController(GrabScrollManager &manager, StatusBarServices services, QObject *parent)
+StatusBarController::StatusBarController(InputControl &input, StatusBarServices services, QObject *parent)
     : QObject(parent)
-    , m_manager(manager)
+    , m_input(input)
     , m_services(std::move(services))
 {
     setupStatusBar();
@@ -64,7 +64,7 @@ void StatusBarController::setupStatusBar()
 
     m_toggleItem = m_menu->addAction(QString());
     m_toggleItem->setCheckable(true);
-    m_toggleItem->setChecked(m_manager.isEnabled());
+    m_toggleItem->setChecked(m_input.isEnabled());
     // The check mark shows the engine's state, which toggleEnabled sets; Qt's own flip of a
     // checkable item is overwritten there.
     connect(m_toggleItem, &QAction::triggered, this, &StatusBarController::toggleEnabled);
@@ -119,15 +119,11 @@ void StatusBarController::updateMenuStrings()
 
 void StatusBarController::toggleEnabled()
 {
-    const bool enabled = !m_manager.isEnabled();
-    m_manager.setEnabled(enabled);
+    const bool enabled = !m_input.isEnabled();
+    m_input.setEnabled(enabled);
     m_toggleItem->setChecked(enabled);
     if (m_preferencesWindow)
         m_preferencesWindow->setEngineEnabled(enabled);
-    if (enabled)
-        m_manager.start();
-    else
-        m_manager.stop();
 }
 
 PreferencesWindow &StatusBarController::ensurePreferencesWindow()
@@ -135,7 +131,7 @@ PreferencesWindow &StatusBarController::ensurePreferencesWindow()
     if (!m_preferencesWindow) {
         m_preferencesWindow = std::make_unique<PreferencesWindow>(m_services.preferences);
         m_preferencesWindow->setWindowIcon(appIcon());
-        m_preferencesWindow->setEngineEnabled(m_manager.isEnabled());
+        m_preferencesWindow->setEngineEnabled(m_input.isEnabled());
         connect(m_preferencesWindow.get(), &PreferencesWindow::engineToggleRequested, this,
             &StatusBarController::toggleEnabled);
         connect(m_preferencesWindow.get(), &PreferencesWindow::quitRequested, this, &StatusBarController::quit);
@@ -148,7 +144,7 @@ PreferencesWindow &StatusBarController::ensurePreferencesWindow()
 void StatusBarController::showPreferences()
 {
     PreferencesWindow &window = ensurePreferencesWindow();
-    window.setEngineEnabled(m_manager.isEnabled());
+    window.setEngineEnabled(m_input.isEnabled());
     window.showWindow();
     // Every opening of the window doubles as an update check that speaks up only when a newer
     // version exists.
@@ -159,7 +155,7 @@ void StatusBarController::checkForUpdates() const { m_services.checkForUpdate();
 
 void StatusBarController::quit()
 {
-    m_manager.stop();
+    m_input.stop();
     m_services.quitApplication();
 }
 

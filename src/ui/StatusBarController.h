@@ -14,7 +14,7 @@ class QMenu;
 
 namespace kestrix {
 
-class GrabScrollManager;
+class InputControl;
 
 // What the tray controller reaches outside itself. live() gives the real ones; tests hand in
 // recorders, so no update check touches the network and no test quits the test runner.
@@ -50,8 +50,8 @@ class StatusBarController final : public QObject
     Q_OBJECT
 
 public:
-    explicit StatusBarController(GrabScrollManager &manager, QObject *parent = nullptr);
-    StatusBarController(GrabScrollManager &manager, StatusBarServices services, QObject *parent = nullptr);
+    explicit StatusBarController(InputControl &input, QObject *parent = nullptr);
+    StatusBarController(InputControl &input, StatusBarServices services, QObject *parent = nullptr);
     ~StatusBarController() override;
 
     // Re-titles the four command items in the current language.
@@ -82,7 +82,7 @@ private:
     PreferencesWindow &ensurePreferencesWindow();
     void engineSwitched();
 
-    GrabScrollManager &m_manager;
+    InputControl &m_input;
     StatusBarServices m_services;
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon *m_trayIcon = nullptr;

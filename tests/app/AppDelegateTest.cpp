@@ -5,6 +5,7 @@
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "engine/EngineControl.h"
 #include "engine/GrabScrollManager.h"
 #include "engine/RecordingPlatform.h"
 
@@ -37,7 +38,7 @@ private:
     static LaunchServices servicesFor(const std::shared_ptr<Access> &access, GrabScrollManager &manager)
     {
         LaunchServices services;
-        services.makeStatusBar = [access](GrabScrollManager &engine) {
+        services.makeStatusBar = [access](InputControl &engine) {
             access->launchSteps += u"status bar"_s + (engine.isStarted() ? u" (engine running)"_s : u""_s);
             return std::make_unique<QObject>();
         };
@@ -94,7 +95,8 @@ private Q_SLOTS:
         GrabScrollManager manager(platform, platform, platform);
         const auto access = std::make_shared<Access>();
         access->granted = true;
-        AppDelegate delegate(manager, servicesFor(access, manager));
+        test::EngineControl input(manager);
+        AppDelegate delegate(input, servicesFor(access, manager));
         QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
 
         delegate.applicationDidFinishLaunching();
@@ -130,7 +132,8 @@ private Q_SLOTS:
         GrabScrollManager manager(platform, platform, platform);
         const auto access = std::make_shared<Access>();
         {
-            AppDelegate delegate(manager, servicesFor(access, manager));
+            test::EngineControl input(manager);
+            AppDelegate delegate(input, servicesFor(access, manager));
             delegate.applicationDidFinishLaunching();
             delegate.applicationWillTerminate();
             delegate.applicationWillTerminate();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "engine/EngineControl.h"
 #include "engine/GrabScrollManager.h"
 #include "engine/RecordingPlatform.h"
 #include "ui/PreferencesWindow.h"
@@ -73,6 +74,7 @@ struct TrayFixture
 {
     RecordingPlatform platform;
     GrabScrollManager manager { platform, platform, platform };
+    EngineControl input { manager };
     WindowRecorder window;
     int manualChecks = 0;
     int silentChecks = 0;
@@ -83,7 +85,7 @@ struct TrayFixture
     explicit TrayFixture(bool trayAvailable = true)
     {
         manager.start();
-        controller = std::make_unique<StatusBarController>(manager,
+        controller = std::make_unique<StatusBarController>(input,
             StatusBarServices {
                 .checkForUpdate = [this] { ++manualChecks; },
                 .checkSilently = [this] { ++silentChecks; },
