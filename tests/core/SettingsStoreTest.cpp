@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -31,17 +32,24 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-struct ScrollSettings
+// One field of the snapshot as a number, so one table covers every kind of setting.
+double field(const ScrollSettings &settings, const QString &name)
 {
-    bool vertical, horizontal, diagonal, reverse, momentum, pixels;
-    double speed;
-};
-
-ScrollSettings readScrollSettings()
-{
-    return { ScrollConfig::enableVerticalScroll(), ScrollConfig::enableHorizontalScroll(),
-        ScrollConfig::diagonalScroll(), ScrollConfig::reverseScroll(), ScrollConfig::momentumScroll(),
-        ScrollConfig::usePixelScrolling(), ScrollConfig::scrollSpeed() };
+    if (name == "vertical"_L1)
+        return settings.enableVerticalScroll;
+    if (name == "diagonal"_L1)
+        return settings.diagonalScroll;
+    if (name == "reverse"_L1)
+        return settings.reverseScroll;
+    if (name == "momentum"_L1)
+        return settings.momentumScroll;
+    if (name == "speed"_L1)
+        return settings.scrollSpeed;
+    if (name == "button"_L1)
+        return static_cast<double>(settings.triggerButton);
+    if (name == "threshold"_L1)
+        return settings.dragThreshold;
+    return settings.momentumGlide;
 }
 
 } // namespace
@@ -61,54 +69,73 @@ private Q_SLOTS:
 
     void emptyStoreReadsTheDefaults()
     {
-        const ScrollSettings settings = readScrollSettings();
-        QVERIFY(settings.vertical);
-        QVERIFY(settings.horizontal);
-        QVERIFY(!settings.diagonal);
-        QVERIFY(settings.reverse);
-        QVERIFY(settings.momentum);
-        QVERIFY(settings.pixels);
-        QCOMPARE(settings.speed, 3.0);
+        QCOMPARE(ScrollConfig::snapshot(), ScrollSettings {});
+        QVERIFY(ScrollConfig::disabledMice().empty());
     }
 
-    void switchesOfTheWrongTypeReadAsTheirDefault()
+    // What a hand-edited file may hold: the wrong type or a value out of range reads as the
+    // default, an absurd speed as the ceiling, and nothing ends the program.
+    void storedValuesReadAsTheyShould_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QJsonValue>("stored");
+        QTest::addColumn<QString>("field");
+        QTest::addColumn<double>("read");
+        const auto row
+            = [](const char *name, QLatin1StringView key, const QJsonValue &stored, const char *field, double read) {
+                  QTest::newRow(name) << QString(key) << stored << QString::fromLatin1(field) << read;
+              };
+        row("switch as string", SettingsKeys::diagonalScroll, u"true"_s, "diagonal", 0);
+        row("switch as string (on)", SettingsKeys::reverseScroll, u"false"_s, "reverse", 1);
+        row("switch as number", SettingsKeys::enableVerticalScroll, 0.0, "vertical", 1);
+        row("switch as null", SettingsKeys::momentumScroll, QJsonValue::Null, "momentum", 1);
+        row("switch stored", SettingsKeys::reverseScroll, false, "reverse", 0);
+        row("speed zero", SettingsKeys::scrollSpeed, 0.0, "speed", 3.0);
+        row("speed negative", SettingsKeys::scrollSpeed, -2.0, "speed", 3.0);
+        row("speed half", SettingsKeys::scrollSpeed, 0.5, "speed", 0.5);
+        row("speed 500", SettingsKeys::scrollSpeed, 500.0, "speed", 500.0);
+        row("speed 1e12", SettingsKeys::scrollSpeed, 1e12, "speed", 1000.0);
+        row("speed numeric string", SettingsKeys::scrollSpeed, u"2.5"_s, "speed", 2.5);
+        row("speed non-numeric string", SettingsKeys::scrollSpeed, u"fast"_s, "speed", 3.0);
+        row("speed Boolean", SettingsKeys::scrollSpeed, true, "speed", 3.0);
+        row("button middle", SettingsKeys::triggerButton, u"middle"_s, "button", 1);
+        row("button forward", SettingsKeys::triggerButton, u"forward"_s, "button", 3);
+        row("button unknown", SettingsKeys::triggerButton, u"Middle"_s, "button", 0);
+        row("threshold 2", SettingsKeys::dragThreshold, 2.0, "threshold", 2.0);
+        row("threshold 20", SettingsKeys::dragThreshold, 20.0, "threshold", 20.0);
+        row("threshold 1", SettingsKeys::dragThreshold, 1.0, "threshold", 5.0);
+        row("threshold 21", SettingsKeys::dragThreshold, 21.0, "threshold", 5.0);
+        row("glide 0.90", SettingsKeys::momentumGlide, 0.90, "glide", 0.90);
+        row("glide 0.99", SettingsKeys::momentumGlide, 0.99, "glide", 0.99);
+        row("glide 1", SettingsKeys::momentumGlide, 1.0, "glide", 0.97);
+        row("glide 0.5", SettingsKeys::momentumGlide, 0.5, "glide", 0.97);
+    }
+
+    void storedValuesReadAsTheyShould()
+    {
+        QFETCH(QString, key);
+        QFETCH(QJsonValue, stored);
+        QFETCH(QString, field);
+        QFETCH(double, read);
+        SettingsStore::shared().setValue(QLatin1StringView(key.toLatin1()), stored);
+        QCOMPARE(::field(ScrollConfig::snapshot(), field), read);
+    }
+
+    // Switching mice off and on keeps what the user typed for the others, and skips what is not
+    // a mouse.
+    void disabledMiceKeepTheirEntries()
     {
         SettingsStore &store = SettingsStore::shared();
-        store.setValue(SettingsKeys::diagonalScroll, u"true"_s);
-        store.setValue(SettingsKeys::reverseScroll, u"false"_s);
-        store.setValue(SettingsKeys::enableVerticalScroll, 0.0);
-        store.setValue(SettingsKeys::momentumScroll, QJsonValue::Null);
-        const ScrollSettings settings = readScrollSettings();
-        QVERIFY(!settings.diagonal);
-        QVERIFY(settings.reverse);
-        QVERIFY(settings.vertical);
-        QVERIFY(settings.momentum);
-
-        store.setValue(SettingsKeys::diagonalScroll, true);
-        store.setValue(SettingsKeys::reverseScroll, false);
-        QVERIFY(ScrollConfig::diagonalScroll());
-        QVERIFY(!ScrollConfig::reverseScroll());
-    }
-
-    void speed_data()
-    {
-        QTest::addColumn<QJsonValue>("stored");
-        QTest::addColumn<double>("read");
-        QTest::newRow("zero") << QJsonValue(0.0) << 3.0;
-        QTest::newRow("negative") << QJsonValue(-2.0) << 3.0;
-        QTest::newRow("half") << QJsonValue(0.5) << 0.5;
-        QTest::newRow("no upper bound") << QJsonValue(500.0) << 500.0;
-        QTest::newRow("numeric string") << QJsonValue(u"2.5"_s) << 2.5;
-        QTest::newRow("non-numeric string") << QJsonValue(u"fast"_s) << 3.0;
-        QTest::newRow("Boolean") << QJsonValue(true) << 3.0;
-    }
-
-    void speed()
-    {
-        QFETCH(QJsonValue, stored);
-        QFETCH(double, read);
-        SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, stored);
-        QCOMPARE(ScrollConfig::scrollSpeed(), read);
+        store.setValue(SettingsKeys::disabledMice,
+            QJsonArray { u"junk"_s, QJsonObject { { u"vendor"_s, u"zz"_s } },
+                QJsonObject { { u"vendor"_s, u"046d"_s }, { u"product"_s, u"C077"_s }, { u"name"_s, u"Mouse"_s } } });
+        const MouseIdentity trackball { 0x047d, 0x2041, u"Trackball"_s };
+        ScrollConfig::setMouseDisabled(trackball, true);
+        QCOMPARE(
+            ScrollConfig::disabledMice(), (std::vector<MouseIdentity> { { 0x046d, 0xc077, u"Mouse"_s }, trackball }));
+        ScrollConfig::setMouseDisabled({ 0x046d, 0xc077, u"Mouse"_s }, false);
+        QCOMPARE(ScrollConfig::disabledMice(), std::vector<MouseIdentity> { trackball });
+        QCOMPARE(store.value(SettingsKeys::disabledMice).toArray().size(), 3);
     }
 
     void typesAndAbsenceSurviveTheFile()
