@@ -93,55 +93,44 @@ class EngineBench : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        // A realistic store: the switches written as the preferences window writes them.
-        SettingsStore &store = SettingsStore::shared();
-        store.clear();
-        store.setValue(SettingsKeys::enableVerticalScroll, true);
-        store.setValue(SettingsKeys::diagonalScroll, false);
-        store.setValue(SettingsKeys::scrollSpeed, 3.0);
-        store.setValue(SettingsKeys::language, u"en"_s);
-    }
-
     void passThroughDrag()
     {
         NullPlatform platform;
-        GrabScrollManager engine(platform, platform, platform);
+        GrabScrollManager engine(platform, platform);
         engine.start();
         const PointerEvent event = drag(1.0, 1.0);
-        QBENCHMARK { engine.handleEvent(event); }
+        QBENCHMARK { engine.handleEvent(event, platform); }
     }
 
     void scrollStep()
     {
         NullPlatform platform;
-        GrabScrollManager engine(platform, platform, platform);
+        GrabScrollManager engine(platform, platform);
         engine.start();
-        engine.handleEvent(button(PointerEventType::RightMouseDown));
-        engine.handleEvent(drag(0.0, 6.0));
+        engine.handleEvent(button(PointerEventType::RightMouseDown), platform);
+        engine.handleEvent(drag(0.0, 6.0), platform);
         const PointerEvent event = drag(0.5, 2.0);
-        QBENCHMARK { engine.handleEvent(event); }
+        QBENCHMARK { engine.handleEvent(event, platform); }
     }
 
     void momentumTick()
     {
         NullPlatform platform;
-        GrabScrollManager engine(platform, platform, platform);
+        GrabScrollManager engine(platform, platform);
         engine.start();
         // A flick fast enough that momentum outlasts every measured tick: velocity decays by 0.97
         // per tick, so it is restarted whenever it has run down.
         auto flick = [&] {
-            engine.handleEvent(button(PointerEventType::RightMouseDown));
-            engine.handleEvent(drag(0.0, 1e6));
-            engine.handleEvent(button(PointerEventType::RightMouseUp));
+            engine.handleEvent(button(PointerEventType::RightMouseDown), platform);
+            engine.handleEvent(drag(0.0, 1e6), platform);
+            engine.handleEvent(button(PointerEventType::RightMouseUp), platform);
         };
         flick();
         QBENCHMARK
         {
             if (!engine.isMomentumRunning())
                 flick();
-            engine.momentumTick();
+            engine.momentumTick(platform);
         }
     }
 
@@ -158,23 +147,23 @@ private Q_SLOTS:
     void steadyStateAllocatesNothing()
     {
         NullPlatform platform;
-        GrabScrollManager engine(platform, platform, platform);
+        GrabScrollManager engine(platform, platform);
         engine.start();
         const PointerEvent step = drag(0.5, 2.0);
-        reportAllocations("pass-through drag", [&] { engine.handleEvent(step); });
+        reportAllocations("pass-through drag", [&] { engine.handleEvent(step, platform); });
 
-        engine.handleEvent(button(PointerEventType::RightMouseDown));
-        engine.handleEvent(drag(0.0, 6.0));
-        reportAllocations("scroll step", [&] { engine.handleEvent(step); });
+        engine.handleEvent(button(PointerEventType::RightMouseDown), platform);
+        engine.handleEvent(drag(0.0, 6.0), platform);
+        reportAllocations("scroll step", [&] { engine.handleEvent(step, platform); });
 
-        engine.handleEvent(button(PointerEventType::RightMouseUp));
+        engine.handleEvent(button(PointerEventType::RightMouseUp), platform);
         reportAllocations("momentum tick", [&] {
             if (!engine.isMomentumRunning()) {
-                engine.handleEvent(button(PointerEventType::RightMouseDown));
-                engine.handleEvent(drag(0.0, 1e6));
-                engine.handleEvent(button(PointerEventType::RightMouseUp));
+                engine.handleEvent(button(PointerEventType::RightMouseDown), platform);
+                engine.handleEvent(drag(0.0, 1e6), platform);
+                engine.handleEvent(button(PointerEventType::RightMouseUp), platform);
             }
-            engine.momentumTick();
+            engine.momentumTick(platform);
         });
     }
 

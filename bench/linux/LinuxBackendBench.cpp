@@ -2,18 +2,18 @@
 // has no /dev/uinput): the latency each frame gains on its way from the mouse to its twin, and the
 // CPU spent per frame, against a minimal forwarder that only reads the grabbed mouse and writes
 // the same bytes to a uinput twin (the floor any grab-and-re-emit design pays); wake-ups while the
-// mouse is idle; the spacing of momentum steps.
+// mouse is idle; the spacing of momentum steps; the longest gap on the twin while the GUI thread
+// stands still for two seconds.
 
 #include "VirtualMouse.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 #include "engine/GrabScrollManager.h"
-#include "linux/LinuxInputBackend.h"
+#include "linux/InputThread.h"
 
 #include <QCoreApplication>
 #include <QJsonValue>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include <dirent.h>
 #include <poll.h>
@@ -170,14 +170,12 @@ long contextSwitches(pid_t onlyTid = 0)
     return total;
 }
 
-void runOnWorker(QCoreApplication &app, const std::function<void()> &work)
+// Polls, for a benchmark that has no event loop to wait in.
+bool waitFor(const std::function<bool()> &condition)
 {
-    std::thread worker([&] {
-        work();
-        QMetaObject::invokeMethod(&app, &QCoreApplication::quit, Qt::QueuedConnection);
-    });
-    app.exec();
-    worker.join();
+    for (int i = 0; i < 20000 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return condition();
 }
 
 } // namespace
@@ -198,16 +196,20 @@ int main(int argc, char **argv)
         return 1;
     const std::string sourceNode = mouse.node().toStdString();
 
-    const pthread_t mainThread = pthread_self();
-    LinuxInputBackend backend;
-    GrabScrollManager engine(backend, backend, backend);
-    backend.setEngine(&engine);
+    InputThread input;
+    pthread_t inputThread {};
+    pid_t inputTid = 0;
+    input.runOnInputThread([&](GrabScrollManager &, LinuxInputBackend &) {
+        inputThread = pthread_self();
+        inputTid = static_cast<pid_t>(syscall(SYS_gettid));
+    });
 
     std::vector<Figures> floorRounds;
     std::vector<Figures> plainRounds;
     std::vector<Figures> scrollingRounds;
     std::string twinNode;
     // The floor, on this thread, with the driver on another.
+    const pthread_t mainThread = pthread_self();
     const auto runFloor = [&] {
         const int stopFd = eventfd(0, EFD_CLOEXEC);
         std::string floorTwin;
@@ -224,29 +226,29 @@ int main(int argc, char **argv)
         ::close(stopFd);
     };
     const auto takeOver = [&] {
-        engine.start();
+        input.start();
         twinNode.clear();
-        for (const auto &device : backend.devices()) {
-            if (device.node.toStdString() == sourceNode)
-                twinNode = device.twinNode.toStdString();
-        }
-        return !twinNode.empty();
+        return waitFor([&] {
+            for (const auto &device : input.devices()) {
+                if (device.node.toStdString() == sourceNode && device.grabbed)
+                    twinNode = device.twinNode.toStdString();
+            }
+            return !twinNode.empty();
+        });
     };
     const auto runKestrix = [&] {
         if (!takeOver())
             return false;
-        runOnWorker(app, [&] { plainRounds.push_back(drive(twinNode, mainThread, [&] { mouse.move(1, 0); })); });
+        plainRounds.push_back(drive(twinNode, inputThread, [&] { mouse.move(1, 0); }));
         // Scrolling: every frame is a drag the engine turns into a wheel frame as well.
         SettingsStore::shared().setValue(SettingsKeys::momentumScroll, false);
-        runOnWorker(app, [&] {
-            mouse.press(BTN_RIGHT);
-            mouse.move(0, 10);
-            scrollingRounds.push_back(drive(twinNode, mainThread, [&] { mouse.move(1, 1); }));
-            mouse.release(BTN_RIGHT);
-        });
+        mouse.press(BTN_RIGHT);
+        mouse.move(0, 10);
+        scrollingRounds.push_back(drive(twinNode, inputThread, [&] { mouse.move(1, 1); }));
+        mouse.release(BTN_RIGHT);
         SettingsStore::shared().remove(SettingsKeys::momentumScroll);
-        engine.stop();
-        return true;
+        input.stop();
+        return waitFor([&] { return input.devices().empty(); });
     };
     // Alternating which goes first, so neither always meets the other's leftovers.
     for (int round = 0; round < rounds; ++round) {
@@ -279,7 +281,7 @@ int main(int argc, char **argv)
 
     // Momentum of a quick flick: the spacing of its wheel frames on the twin.
     std::vector<double> intervalsMs;
-    runOnWorker(app, [&] {
+    {
         const int twin = openReader(twinNode);
         std::this_thread::sleep_for(std::chrono::milliseconds(500)); // let the previous run end
         input_event drain[64];
@@ -301,22 +303,57 @@ int main(int argc, char **argv)
             previous = at;
         }
         ::close(twin);
+    }
+    // Its last steps move nothing but still tick.
+    waitFor([&] {
+        bool running = true;
+        input.runOnInputThread(
+            [&](GrabScrollManager &engine, LinuxInputBackend &) { running = engine.isMomentumRunning(); });
+        return !running;
     });
 
-    while (engine.isMomentumRunning()) // its last steps move nothing but still tick
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-
-    // Idle: two seconds with the mouse untouched. The one timer that ends the wait wakes the main
-    // thread once; everything else should sleep.
-    const pid_t mainTid = static_cast<pid_t>(syscall(SYS_gettid));
-    const long mainBefore = contextSwitches(mainTid);
+    // Idle: two seconds with the mouse untouched, this thread asleep too.
+    const long inputBefore = contextSwitches(inputTid);
     const long allBefore = contextSwitches();
-    QTimer::singleShot(2000, &app, &QCoreApplication::quit);
-    app.exec();
-    const long mainWakeUps = contextSwitches(mainTid) - mainBefore;
-    const long otherWakeUps = contextSwitches() - allBefore - mainWakeUps;
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    const long inputWakeUps = contextSwitches(inputTid) - inputBefore;
+    const long otherWakeUps = contextSwitches() - allBefore - inputWakeUps;
 
-    engine.stop();
+    // The GUI thread (this one) stands still for two seconds while a hand drags at 125 Hz: the
+    // longest gap between frames on the twin, and whether the watchdog let go of the mouse.
+    double longestGapMs = 0;
+    bool grabHeld = true;
+    {
+        const int twin = openReader(twinNode);
+        std::atomic<bool> dragging { true };
+        std::thread hand([&] {
+            mouse.press(BTN_RIGHT);
+            while (dragging.load()) {
+                mouse.move(0, 2);
+                std::this_thread::sleep_for(std::chrono::milliseconds(8));
+            }
+            mouse.release(BTN_RIGHT);
+        });
+        std::thread desktop([&] {
+            std::int64_t previous = -1;
+            for (;;) {
+                const std::int64_t at = awaitFrame(twin, EV_REL, REL_Y, 500);
+                if (at < 0)
+                    break;
+                if (previous >= 0)
+                    longestGapMs = std::max(longestGapMs, static_cast<double>(at - previous) / 1e6);
+                previous = at;
+            }
+        });
+        std::this_thread::sleep_for(std::chrono::seconds(2)); // the stalled GUI thread
+        grabHeld = isGrabbedByOther(QString::fromStdString(sourceNode));
+        dragging.store(false);
+        hand.join();
+        desktop.join();
+        ::close(twin);
+    }
+    input.stop();
+    waitFor([&] { return input.devices().empty(); });
 
     const auto line = [](const char *name, const Figures &f) {
         std::printf("  %-34s median %7.1f us   p99 %7.1f us   CPU %6.1f us/frame\n", name, f.medianLatencyUs,
@@ -331,8 +368,11 @@ int main(int argc, char **argv)
         "  ratio to the floor: latency %.2fx (motion), %.2fx (scrolling); CPU %.2fx (motion), %.2fx (scrolling)\n",
         plain.medianLatencyUs / floor.medianLatencyUs, scrolling.medianLatencyUs / floor.medianLatencyUs,
         plain.cpuPerFrameUs / floor.cpuPerFrameUs, scrolling.cpuPerFrameUs / floor.cpuPerFrameUs);
-    std::printf("  idle 2 s: main thread woken %ld time(s) (1 is this measurement's own timer), other threads %ld\n",
-        mainWakeUps, otherWakeUps);
+    std::printf("  idle 2 s: input thread woken %ld time(s), other threads %ld (this one's own sleep included)\n",
+        inputWakeUps, otherWakeUps);
+    std::printf("  GUI thread stopped 2 s during a 125 Hz drag: longest gap on the twin %.1f ms (frame period 8 ms), "
+                "grab %s\n",
+        longestGapMs, grabHeld ? "held" : "LOST");
     if (!intervalsMs.empty()) {
         double sum = 0;
         double worst = 0;

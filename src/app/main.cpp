@@ -4,55 +4,13 @@
 #include "desktop/AppIdentity.h"
 #include "desktop/ShutdownSignals.h"
 #include "desktop/SingleInstanceGuard.h"
-#include "engine/GrabScrollManager.h"
-#include "engine/InputControl.h"
-#include "linux/LinuxInputBackend.h"
+#include "linux/InputThread.h"
 
 #include <QApplication>
 #include <QSessionManager>
 #include <QTimer>
 
 using namespace kestrix;
-
-namespace {
-
-// The engine and its backend on the GUI thread.
-class MainThreadInput final : public InputControl
-{
-public:
-    MainThreadInput(GrabScrollManager &manager, LinuxInputBackend &backend)
-        : m_manager(manager)
-        , m_backend(backend)
-    {
-        connect(&backend, &LinuxInputBackend::devicesChanged, this, &InputControl::miceChanged);
-    }
-    bool start() override
-    {
-        m_manager.start();
-        return m_manager.isStarted();
-    }
-    void stop() override { m_manager.stop(); }
-    bool isStarted() const override { return m_manager.isStarted(); }
-    bool isEnabled() const override { return m_manager.isEnabled(); }
-    void setEnabled(bool enabled) override
-    {
-        m_manager.setEnabled(enabled);
-        enabled ? m_manager.start() : m_manager.stop();
-    }
-    std::vector<MouseInfo> mice() const override
-    {
-        std::vector<MouseInfo> result;
-        for (const LinuxInputBackend::DeviceInfo &device : m_backend.devices())
-            result.push_back({ { 0, 0, device.name }, true, device.grabbed });
-        return result;
-    }
-
-private:
-    GrabScrollManager &m_manager;
-    LinuxInputBackend &m_backend;
-};
-
-} // namespace
 
 int main(int argc, char **argv)
 {
@@ -72,10 +30,9 @@ int main(int argc, char **argv)
     if (ShutdownSignals::received())
         return 0; // told to quit while waiting: nothing has started yet
 
-    LinuxInputBackend backend;
-    GrabScrollManager manager(backend, backend, backend);
-    backend.setEngine(&manager);
-    MainThreadInput input(manager, backend);
+    // The mice are read, the engine run and the twins written on the input thread; from here on
+    // the GUI thread only asks it for things.
+    InputThread input;
     AppDelegate delegate(input);
 
     // Every way out passes through aboutToQuit, where the engine stops and releases its grabs.

@@ -1,7 +1,6 @@
 #include "engine/GrabScrollManager.h"
 
 #include "core/Log.h"
-#include "engine/ScrollConfig.h"
 
 #include <cmath>
 #include <limits>
@@ -44,9 +43,8 @@ double GrabScrollManager::History::average() const
     return sum / static_cast<double>(m_count);
 }
 
-GrabScrollManager::GrabScrollManager(InputHook &hook, EventPoster &poster, RepeatingTimer &momentumTimer)
+GrabScrollManager::GrabScrollManager(InputHook &hook, RepeatingTimer &momentumTimer)
     : m_hook(hook)
-    , m_poster(poster)
     , m_momentumTimer(momentumTimer)
 { }
 
@@ -55,7 +53,7 @@ void GrabScrollManager::start()
     if (m_hookInstalled)
         return;
     if (!m_hook.install()) {
-        Log::write("[Kestrix] CGEvent tap 생성 실패 — 접근성 권한을 확인하세요.");
+        Log::write("[Kestrix] 입력 장치 연결 실패 — /dev/uinput 접근 권한을 확인하세요.");
         return;
     }
     m_hookInstalled = true;
@@ -72,7 +70,7 @@ void GrabScrollManager::stop()
     Log::write("[Kestrix] 이벤트 탭 비활성화됨");
 }
 
-Verdict GrabScrollManager::handleEvent(const PointerEvent &event)
+Verdict GrabScrollManager::handleEvent(const PointerEvent &event, EventPoster &poster)
 {
     switch (event.type) {
     case PointerEventType::HookDisabledByTimeout:
@@ -92,11 +90,11 @@ Verdict GrabScrollManager::handleEvent(const PointerEvent &event)
 
     switch (event.type) {
     case PointerEventType::RightMouseDragged:
-        return handleRightMouseDragged(event);
+        return handleRightMouseDragged(event, poster);
     case PointerEventType::RightMouseUp:
-        return handleRightMouseUp();
+        return handleRightMouseUp(poster);
     case PointerEventType::RightMouseDown:
-        return handleRightMouseDown(event);
+        return handleRightMouseDown(event, poster);
     case PointerEventType::HookDisabledByTimeout:
     case PointerEventType::HookDisabledByUserInput:
     case PointerEventType::Other:
@@ -105,17 +103,17 @@ Verdict GrabScrollManager::handleEvent(const PointerEvent &event)
     return Verdict::Pass;
 }
 
-Verdict GrabScrollManager::handleRightMouseDown(const PointerEvent &event)
+Verdict GrabScrollManager::handleRightMouseDown(const PointerEvent &event, EventPoster &poster)
 {
     // A new press stops momentum at once, without a momentum-end event.
     cancelMomentum();
     m_state = State::Pending;
-    m_initialPosition = m_poster.currentPointerLocation().value_or(event.location);
+    m_initialPosition = poster.currentPointerLocation().value_or(event.location);
     m_accumulatedDelta = 0.0;
     return Verdict::Drop;
 }
 
-Verdict GrabScrollManager::handleRightMouseDragged(const PointerEvent &event)
+Verdict GrabScrollManager::handleRightMouseDragged(const PointerEvent &event, EventPoster &poster)
 {
     if (m_state == State::Idle)
         return Verdict::Pass;
@@ -125,17 +123,17 @@ Verdict GrabScrollManager::handleRightMouseDragged(const PointerEvent &event)
     m_accumulatedDelta += std::sqrt(dx * dx + dy * dy);
 
     if (m_state == State::Pending) {
-        if (m_accumulatedDelta < scrollThreshold)
+        if (m_accumulatedDelta < m_settings.dragThreshold)
             return Verdict::Drop;
         beginScrolling();
     }
     // Only this step is scrolled: the path travelled before the threshold never is.
-    postScrollEvent(dx, dy);
+    postScrollEvent(dx, dy, poster);
     // The drag itself still reaches the applications; only press and release are withheld.
     return Verdict::Pass;
 }
 
-Verdict GrabScrollManager::handleRightMouseUp()
+Verdict GrabScrollManager::handleRightMouseUp(EventPoster &poster)
 {
     const State endedState = m_state;
     m_state = State::Idle;
@@ -146,11 +144,11 @@ Verdict GrabScrollManager::handleRightMouseUp()
     case State::Pending:
         // The whole click is replayed at release time, at the press position; the real release is
         // dropped. A click that cannot be made is skipped: the gesture is over either way.
-        m_poster.postRightClick(m_initialPosition, syntheticEventMarker);
+        poster.postRightClick(m_initialPosition, syntheticEventMarker);
         return Verdict::Drop;
     case State::Scrolling:
-        if (ScrollConfig::momentumScroll()) {
-            m_poster.postScroll({ ScrollUnit::Pixel, 0, 0, ScrollPhases { phaseEnded, 0, 1 } });
+        if (m_settings.momentumScroll) {
+            poster.postScroll({ ScrollUnit::Pixel, 0, 0, ScrollPhases { phaseEnded, 0, 1 } });
             startMomentumScroll();
         }
         return Verdict::Drop;
@@ -169,14 +167,15 @@ void GrabScrollManager::beginScrolling()
     m_isFirstScrollEvent = true;
 }
 
-// Until one axis has summed 10 points both axes scroll; then the gesture keeps to the axis that
-// travelled further (vertical on a tie). The step that decides the lock is already filtered by it.
+// Until one axis has summed twice the threshold (10 points by default) both axes scroll; then the gesture keeps to the
+// axis that travelled further (vertical on a tie). The step that decides the lock is already filtered by it.
 void GrabScrollManager::applyAxisLock(double &deltaX, double &deltaY)
 {
     if (m_lockedAxis == LockedAxis::None) {
         m_axisAccX += std::abs(deltaX);
         m_axisAccY += std::abs(deltaY);
-        if (m_axisAccX < axisLockThreshold && m_axisAccY < axisLockThreshold)
+        const double lockDistance = axisLockFactor * m_settings.dragThreshold;
+        if (m_axisAccX < lockDistance && m_axisAccY < lockDistance)
             return;
         m_lockedAxis = m_axisAccX > m_axisAccY ? LockedAxis::Horizontal : LockedAxis::Vertical;
     }
@@ -186,17 +185,17 @@ void GrabScrollManager::applyAxisLock(double &deltaX, double &deltaY)
         deltaY = 0.0;
 }
 
-void GrabScrollManager::postScrollEvent(double deltaX, double deltaY)
+void GrabScrollManager::postScrollEvent(double deltaX, double deltaY, EventPoster &poster)
 {
-    if (!ScrollConfig::diagonalScroll())
+    if (!m_settings.diagonalScroll)
         applyAxisLock(deltaX, deltaY);
 
     // With reverse scrolling on, the amounts keep the sign of the hand's movement: the content
     // follows the hand like a sheet of paper.
-    const double direction = ScrollConfig::reverseScroll() ? 1.0 : -1.0;
-    const double speed = ScrollConfig::scrollSpeed();
-    const double vertical = ScrollConfig::enableVerticalScroll() ? (deltaY * direction) * speed : 0.0;
-    const double horizontal = ScrollConfig::enableHorizontalScroll() ? (deltaX * direction) * speed : 0.0;
+    const double direction = m_settings.reverseScroll ? 1.0 : -1.0;
+    const double speed = m_settings.scrollSpeed;
+    const double vertical = m_settings.enableVerticalScroll ? (deltaY * direction) * speed : 0.0;
+    const double horizontal = m_settings.enableHorizontalScroll ? (deltaX * direction) * speed : 0.0;
 
     // Momentum starts from these amounts, so they are kept even when nothing is posted below.
     m_velocityHistoryY.append(vertical);
@@ -207,15 +206,15 @@ void GrabScrollManager::postScrollEvent(double deltaX, double deltaY)
     if (verticalAmount == 0 && horizontalAmount == 0)
         return;
 
-    if (ScrollConfig::momentumScroll()) {
+    if (m_settings.momentumScroll) {
         // Phased events are always in pixels; the first one of a gesture says "began".
         const ScrollPhases phases { m_isFirstScrollEvent ? 1 : 2, 0, 1 };
-        if (m_poster.postScroll({ ScrollUnit::Pixel, verticalAmount, horizontalAmount, phases }))
+        if (poster.postScroll({ ScrollUnit::Pixel, verticalAmount, horizontalAmount, phases }))
             m_isFirstScrollEvent = false;
         return;
     }
-    const ScrollUnit unit = ScrollConfig::usePixelScrolling() ? ScrollUnit::Pixel : ScrollUnit::Line;
-    m_poster.postScroll({ unit, verticalAmount, horizontalAmount, std::nullopt });
+    const ScrollUnit unit = m_settings.usePixelScrolling ? ScrollUnit::Pixel : ScrollUnit::Line;
+    poster.postScroll({ unit, verticalAmount, horizontalAmount, std::nullopt });
 }
 
 // Velocity is an amount per drag step, direction, speed and axis switches applied; the time
@@ -248,17 +247,18 @@ void GrabScrollManager::cancelMomentum()
     m_momentumRunning = false;
 }
 
-// The decay comes first, so the first momentum step already carries 0.97 times the average. Steps
+// The decay comes first, so the first momentum step already carries the glide factor (0.97 by
+// default) times the average. Steps
 // are posted even when both amounts truncate to 0, so the phase sequence runs unbroken to its end.
-void GrabScrollManager::momentumTick()
+void GrabScrollManager::momentumTick(EventPoster &poster)
 {
     if (!m_momentumRunning)
         return;
-    m_momentumVX *= momentumDecay;
-    m_momentumVY *= momentumDecay;
+    m_momentumVX *= m_settings.momentumGlide;
+    m_momentumVY *= m_settings.momentumGlide;
 
     if (std::abs(m_momentumVY) < momentumStopVelocity && std::abs(m_momentumVX) < momentumStopVelocity) {
-        m_poster.postScroll({ ScrollUnit::Pixel, 0, 0, ScrollPhases { 0, phaseEnded, 1 } });
+        poster.postScroll({ ScrollUnit::Pixel, 0, 0, ScrollPhases { 0, phaseEnded, 1 } });
         cancelMomentum();
         return;
     }
@@ -267,7 +267,7 @@ void GrabScrollManager::momentumTick()
     m_momentumIsFirst = false;
     const std::int32_t vertical = toWheelAmount(m_momentumVY);
     const std::int32_t horizontal = toWheelAmount(m_momentumVX);
-    m_poster.postScroll({ ScrollUnit::Pixel, vertical, horizontal, ScrollPhases { 0, phase, 1 } });
+    poster.postScroll({ ScrollUnit::Pixel, vertical, horizontal, ScrollPhases { 0, phase, 1 } });
 }
 
 } // namespace kestrix

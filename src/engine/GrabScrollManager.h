@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/InputPlatform.h"
+#include "engine/ScrollConfig.h"
 
 #include <array>
 #include <cstddef>
@@ -9,32 +10,36 @@
 
 namespace kestrix {
 
-// The scroll engine: turns right-button drags into scroll events.
+// The scroll engine: turns drags with the trigger button into scroll events.
 //
-// A right press is always withheld. If the pointer then travels 5 points with the button held, the
-// gesture scrolls: every further drag step becomes one synthesized scroll event, and after the
-// release momentum may carry the scroll on. A release before that replays an ordinary right click
-// at the press position, so context menus keep working.
+// "Right" below is the trigger button: the desktop's secondary button unless the user chose
+// another; the platform tells the engine which presses are the trigger's. A press is always
+// withheld. If the pointer then travels the drag threshold (5 points unless set otherwise) with
+// the button held, the gesture scrolls: every further drag step becomes one synthesized scroll
+// event, and after the release momentum may carry the scroll on. A release before that replays an
+// ordinary click of the same button at the press position, so context menus keep working.
 //
 // Gesture states (what holds in each):
 //   Idle       no right button held through the engine; everything passes.
-//   Pending    the press was withheld; drags are withheld while the path stays under 5 points.
-//   Scrolling  the path reached 5 points; drags pass and each one is also posted as a scroll.
+//   Pending    the press was withheld; drags are withheld while the path stays under the threshold.
+//   Scrolling  the path reached the threshold; drags pass and each one is also posted as a scroll.
 //
 //   from       input        condition            action                                 to         event
 //   any        right down   -                    cancel momentum, remember position     Pending    dropped
 //   Idle       drag         -                    -                                      Idle       passed
 //   Idle       right up     -                    -                                      Idle       passed
-//   Pending    drag         path < 5.0           add step length                        Pending    dropped
-//   Pending    drag         path >= 5.0          reset gesture, scroll by this step     Scrolling  passed
+//   Pending    drag         path < threshold     add step length                        Pending    dropped
+//   Pending    drag         path >= threshold    reset gesture, scroll by this step     Scrolling  passed
 //   Pending    right up     -                    replay right click at press position   Idle       dropped
 //   Scrolling  drag         -                    scroll by this step                    Scrolling  passed
 //   Scrolling  right up     momentum on          post gesture end, start momentum       Idle       dropped
 //   Scrolling  right up     momentum off         -                                      Idle       dropped
 //   any        stop()       -                    hook removed                           Idle       -
 //
-// Everything runs on one thread: the hook's events, the momentum timer and start()/stop(). The
-// settings are read afresh from ScrollConfig at every drag event, so a change applies at once.
+// Everything runs on one thread: the hook's events, the momentum timer, start()/stop() and
+// setSettings(). The settings are a snapshot handed in between two events, so a change applies
+// from the next event on. Whatever the engine posts goes to the poster handed in with the event
+// or the tick that caused it: the platform decides per call where a scroll lands.
 class GrabScrollManager
 {
 public:
@@ -45,16 +50,16 @@ public:
     // one big-endian number. The hook passes events that carry it untouched.
     static constexpr std::uint64_t syntheticEventMarker = 0x4B657374726978;
 
-    static constexpr double scrollThreshold = 5.0; // points of travel before a press scrolls
-    static constexpr double axisLockThreshold = 10.0; // points on one axis before the lock is taken
+    // The axis lock is taken once one axis has travelled twice the drag threshold (10 points at
+    // the default threshold of 5).
+    static constexpr double axisLockFactor = 2.0;
     static constexpr std::size_t velocityHistoryDepth = 8;
-    static constexpr double momentumDecay = 0.97; // velocity factor per tick
     static constexpr std::chrono::milliseconds momentumInterval { 16 };
     static constexpr double momentumStartVelocity = 1.0; // amount per step needed to start momentum
     static constexpr double momentumStopVelocity = 0.3; // both axes below this end momentum
     static constexpr std::int64_t phaseEnded = 8; // scroll and momentum phase "ended"
 
-    GrabScrollManager(InputHook &hook, EventPoster &poster, RepeatingTimer &momentumTimer);
+    GrabScrollManager(InputHook &hook, RepeatingTimer &momentumTimer);
     GrabScrollManager(const GrabScrollManager &) = delete;
     GrabScrollManager &operator=(const GrabScrollManager &) = delete;
 
@@ -68,17 +73,19 @@ public:
     bool isEnabled() const { return m_isEnabled; }
     void setEnabled(bool enabled) { m_isEnabled = enabled; }
 
-    // The hook's callback: every event the hook sees, answered with pass or drop.
-    Verdict handleEvent(const PointerEvent &event);
+    // The settings from the next event on.
+    void setSettings(const ScrollSettings &settings) { m_settings = settings; }
+    const ScrollSettings &settings() const { return m_settings; }
+
+    // The hook's callback: every event the hook sees, answered with pass or drop. What it posts
+    // goes to `poster`.
+    Verdict handleEvent(const PointerEvent &event, EventPoster &poster);
 
     // The momentum timer's handler.
-    void momentumTick();
+    void momentumTick(EventPoster &poster);
 
     // Read-only views for diagnostics and tests.
     State state() const { return m_state; }
-    LockedAxis lockedAxis() const { return m_lockedAxis; }
-    PointerLocation initialPosition() const { return m_initialPosition; }
-    double accumulatedDelta() const { return m_accumulatedDelta; }
     bool isMomentumRunning() const { return m_momentumRunning; }
     std::span<const double> velocityHistoryX() const { return m_velocityHistoryX.values(); }
     std::span<const double> velocityHistoryY() const { return m_velocityHistoryY.values(); }
@@ -105,19 +112,19 @@ private:
         double y = 0.0;
     };
 
-    Verdict handleRightMouseDown(const PointerEvent &event);
-    Verdict handleRightMouseDragged(const PointerEvent &event);
-    Verdict handleRightMouseUp();
+    Verdict handleRightMouseDown(const PointerEvent &event, EventPoster &poster);
+    Verdict handleRightMouseDragged(const PointerEvent &event, EventPoster &poster);
+    Verdict handleRightMouseUp(EventPoster &poster);
     void beginScrolling();
-    void postScrollEvent(double deltaX, double deltaY);
+    void postScrollEvent(double deltaX, double deltaY, EventPoster &poster);
     void applyAxisLock(double &deltaX, double &deltaY);
     Velocity averageVelocity() const;
     void startMomentumScroll();
     void cancelMomentum();
 
     InputHook &m_hook;
-    EventPoster &m_poster;
     RepeatingTimer &m_momentumTimer;
+    ScrollSettings m_settings;
 
     State m_state = State::Idle;
     bool m_hookInstalled = false;

@@ -7,13 +7,14 @@
 #include "linux/PointerDevice.h"
 #include "linux/PointerDeviceFilter.h"
 
-#include <QSocketNotifier>
-
 #include <libudev.h>
+#include <sys/epoll.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -57,29 +58,175 @@ const char *wheelCodeName(std::uint16_t code)
     }
 }
 
+// A frame's motion beyond this many counts is not a hand on a mouse; it is clamped so that no
+// device, however broken, can push a scroll amount out of range.
+constexpr std::int64_t maximumCountsPerFrame = 1 << 16;
+
+std::int32_t clampCounts(std::int64_t counts)
+{
+    return static_cast<std::int32_t>(std::clamp(counts, -maximumCountsPerFrame, maximumCountsPerFrame));
+}
+
+std::uint16_t hexAttribute(udev_device *device, const char *name)
+{
+    const char *text = device != nullptr ? udev_device_get_sysattr_value(device, name) : nullptr;
+    return text != nullptr ? static_cast<std::uint16_t>(std::strtoul(text, nullptr, 16)) : 0;
+}
+
+// The mouse as the user's switches name it, from the input device above the event node.
+MouseIdentity identityOf(udev_device *node)
+{
+    udev_device *input = udev_device_get_parent_with_subsystem_devtype(node, "input", nullptr);
+    const char *name = input != nullptr ? udev_device_get_sysattr_value(input, "name") : nullptr;
+    return { hexAttribute(input, "id/vendor"), hexAttribute(input, "id/product"),
+        QString::fromUtf8(name != nullptr ? name : "") };
+}
+
+std::string describeIdentity(const MouseIdentity &identity) { return identity.name.toStdString(); }
+
 } // namespace
 
-LinuxInputBackend::LinuxInputBackend(QObject *parent)
-    : QObject(parent)
+// Where the engine's posts go while a frame of one mouse is handled: its scroll joins the frame's
+// own write, its replayed click goes to that mouse's twin at once.
+class LinuxInputBackend::FramePoster final : public EventPoster
 {
-    // Momentum steps 16 ms apart exactly: a precise timer is neither coalesced nor rounded.
-    m_momentumTimer.setTimerType(Qt::PreciseTimer);
-    connect(&m_momentumTimer, &QTimer::timeout, this, [this] {
-        if (m_engine != nullptr)
-            m_engine->momentumTick();
-    });
+public:
+    FramePoster(LinuxInputBackend &backend, PointerDevice &device, std::vector<input_event> *frameWheel)
+        : m_backend(backend)
+        , m_device(device)
+        , m_frameWheel(frameWheel)
+    { }
+    std::optional<PointerLocation> currentPointerLocation() override { return std::nullopt; }
+    bool postScroll(const ScrollEvent &event) override
+    {
+        if (m_frameWheel != nullptr)
+            return m_backend.encodeScroll(event, m_device, *m_frameWheel);
+        // A frame that turns the mouse's own wheel keeps it to itself; the scroll goes out alone.
+        return m_backend.writeScroll(event, m_device);
+    }
+    bool postRightClick(PointerLocation, std::uint64_t) override
+    {
+        return m_backend.replayClick(m_device, m_backend.m_gestureCode);
+    }
+
+private:
+    LinuxInputBackend &m_backend;
+    PointerDevice &m_device;
+    std::vector<input_event> *m_frameWheel;
+};
+
+// Where the engine's posts go outside any frame (momentum, and a gesture ended by an unplug): the
+// twin of the gesture's mouse, or of another one when that mouse is gone.
+class LinuxInputBackend::TwinPoster final : public EventPoster
+{
+public:
+    explicit TwinPoster(LinuxInputBackend &backend)
+        : m_backend(backend)
+    { }
+    std::optional<PointerLocation> currentPointerLocation() override { return std::nullopt; }
+    bool postScroll(const ScrollEvent &event) override
+    {
+        PointerDevice *target = m_backend.scrollTarget();
+        if (target == nullptr)
+            return false;
+        return m_backend.writeScroll(event, *target);
+    }
+    bool postRightClick(PointerLocation, std::uint64_t) override
+    {
+        PointerDevice *target = m_backend.m_gestureDevice;
+        return target != nullptr && target != m_backend.m_leavingDevice
+            && m_backend.replayClick(*target, m_backend.m_gestureCode);
+    }
+
+private:
+    LinuxInputBackend &m_backend;
+};
+
+LinuxInputBackend::LinuxInputBackend(int epollFd)
+    : m_epollFd(epollFd)
+    , m_timerFd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC))
+{
+    if (m_timerFd >= 0)
+        watchFd(m_timerFd);
     m_frame.reserve(64);
     m_out.reserve(64);
     m_frameWheel.reserve(8);
+    m_scratch.reserve(8);
 }
 
 LinuxInputBackend::~LinuxInputBackend()
 {
-    m_momentumTimer.stop();
     uninstall();
+    if (m_timerFd >= 0)
+        ::close(m_timerFd);
 }
 
-void LinuxInputBackend::setEngine(GrabScrollManager *engine) { m_engine = engine; }
+void LinuxInputBackend::watchFd(int fd)
+{
+    epoll_event event {};
+    event.events = EPOLLIN;
+    event.data.u64 = static_cast<std::uint64_t>(fd);
+    if (epoll_ctl(m_epollFd, EPOLL_CTL_ADD, fd, &event) != 0)
+        Log::write(std::string("[Kestrix] Cannot watch an input descriptor: ") + std::strerror(errno));
+}
+
+void LinuxInputBackend::unwatchFd(int fd) { epoll_ctl(m_epollFd, EPOLL_CTL_DEL, fd, nullptr); }
+
+void LinuxInputBackend::applySettings(const InputSettings &settings)
+{
+    m_settings = settings;
+    if (m_engine != nullptr)
+        m_engine->setSettings(settings.scroll);
+    if (!isInstalled())
+        return;
+
+    // Mice switched off are given back at once: a gesture they held ends as an unplug ends it.
+    for (std::size_t i = 0; i < m_devices.size();) {
+        Entry &entry = m_devices[i];
+        if (!isDisabled(entry.identity)) {
+            ++i;
+            continue;
+        }
+        Log::write("[Kestrix] Leaving " + describe(*entry.device) + " alone: switched off in the preferences");
+        m_passedOver.push_back({ entry.identity, entry.syspath });
+        removeEntry(entry);
+    }
+    // Mice switched on again are taken over as if just plugged in.
+    std::vector<PassedOver> waiting;
+    waiting.swap(m_passedOver);
+    for (PassedOver &passed : waiting) {
+        if (isDisabled(passed.identity)) {
+            m_passedOver.push_back(std::move(passed));
+            continue;
+        }
+        if (udev_device *device = udev_device_new_from_syspath(m_udev, passed.syspath.c_str())) {
+            considerDevice(device);
+            udev_device_unref(device);
+        }
+    }
+    devicesChanged();
+}
+
+bool LinuxInputBackend::isDisabled(const MouseIdentity &identity) const
+{
+    return std::find(m_settings.disabledMice.begin(), m_settings.disabledMice.end(), identity)
+        != m_settings.disabledMice.end();
+}
+
+bool LinuxInputBackend::isTrigger(std::uint16_t code) const
+{
+    switch (m_settings.scroll.triggerButton) {
+    case TriggerButton::Secondary:
+        return code == (m_settings.leftHanded ? BTN_LEFT : BTN_RIGHT);
+    case TriggerButton::Middle:
+        return code == BTN_MIDDLE;
+    case TriggerButton::Back:
+        return code == BTN_SIDE || code == BTN_BACK;
+    case TriggerButton::Forward:
+        return code == BTN_EXTRA || code == BTN_FORWARD;
+    }
+    return false;
+}
 
 bool LinuxInputBackend::install()
 {
@@ -96,6 +243,7 @@ bool LinuxInputBackend::install()
         return false;
     }
     // The monitor listens before the first scan, so a mouse plugged in between is not missed.
+    // Without it a mouse plugged in later would never work: that is a failure, not a degraded mode.
     m_monitor = udev_monitor_new_from_netlink(m_udev, "udev");
     if (m_monitor != nullptr) {
         udev_monitor_filter_add_match_subsystem_devtype(m_monitor, "input", nullptr);
@@ -104,8 +252,14 @@ bool LinuxInputBackend::install()
             m_monitor = nullptr;
         }
     }
-    if (m_monitor == nullptr)
-        Log::write("[Kestrix] Cannot follow udev; mice plugged in later are not taken over");
+    if (m_monitor == nullptr) {
+        Log::write("[Kestrix] Cannot follow udev's device events; no mouse is taken over");
+        udev_unref(m_udev);
+        m_udev = nullptr;
+        return false;
+    }
+    watchFd(udev_monitor_get_fd(m_monitor));
+    m_watchdog = std::make_unique<InputWatchdog>(watchdogLimit, [this] { releaseAllFromWatchdog(); });
 
     udev_enumerate *enumerate = udev_enumerate_new(m_udev);
     udev_enumerate_add_match_subsystem(enumerate, "input");
@@ -121,17 +275,9 @@ bool LinuxInputBackend::install()
     }
     udev_enumerate_unref(enumerate);
 
-    if (m_devices.empty()) {
-        Log::write("[Kestrix] No mouse to take over");
-        uninstall();
-        return false;
-    }
-    m_watchdog = std::make_unique<InputWatchdog>(watchdogLimit, [this] { releaseAllFromWatchdog(); });
-    watchCurrentDevices();
-    if (m_monitor != nullptr) {
-        m_monitorNotifier = new QSocketNotifier(udev_monitor_get_fd(m_monitor), QSocketNotifier::Read, this);
-        connect(m_monitorNotifier, &QSocketNotifier::activated, this, [this] { onMonitorReadable(); });
-    }
+    if (m_devices.empty())
+        Log::write("[Kestrix] No mouse to take over yet; waiting for one to be plugged in");
+    devicesChanged();
     return true;
 }
 
@@ -140,28 +286,31 @@ void LinuxInputBackend::uninstall()
     // The watchdog goes first: it must not walk the list while the mice are given back.
     m_watchdog.reset();
     m_watchdogFired.store(false);
-    delete m_monitorNotifier;
-    m_monitorNotifier = nullptr;
+    cancel();
     std::vector<Entry> devices;
     {
         std::lock_guard lock(m_devicesMutex);
         devices.swap(m_devices);
     }
-    const bool hadDevices = !devices.empty();
+    const bool hadMice = !devices.empty() || !m_seen.empty();
     for (Entry &entry : devices) {
-        delete entry.notifier;
+        unwatchFd(entry.device->fd());
         Log::debug("[Kestrix] Released " + describe(*entry.device) + "; twin " + entry.device->twinNode() + " removed");
         entry.device.reset(); // releases what the twin holds, ungrabs, destroys the twin
     }
+    m_passedOver.clear();
+    m_seen.clear();
     m_gestureDevice = nullptr;
-    if (m_monitor != nullptr)
+    if (m_monitor != nullptr) {
+        unwatchFd(udev_monitor_get_fd(m_monitor));
         udev_monitor_unref(m_monitor);
+    }
     m_monitor = nullptr;
     if (m_udev != nullptr)
         udev_unref(m_udev);
     m_udev = nullptr;
-    if (hadDevices)
-        Q_EMIT devicesChanged();
+    if (hadMice)
+        devicesChanged();
 }
 
 void LinuxInputBackend::reenable()
@@ -172,6 +321,19 @@ void LinuxInputBackend::reenable()
             tryGrab(entry);
         }
     }
+}
+
+void LinuxInputBackend::remember(const MouseIdentity &identity)
+{
+    if (std::find(m_seen.begin(), m_seen.end(), identity) == m_seen.end())
+        m_seen.push_back(identity);
+}
+
+void LinuxInputBackend::devicesChanged()
+{
+    m_listChanged = false;
+    if (m_devicesChanged)
+        m_devicesChanged();
 }
 
 void LinuxInputBackend::considerDevice(udev_device *device)
@@ -187,7 +349,7 @@ void LinuxInputBackend::considerDevice(udev_device *device)
     if (auto held = holding(); held != m_devices.end()) {
         // A mouse unplugged and another plugged in quickly may get the same node before the old
         // one's removal was read: reading the old one finds out.
-        service(held->device.get());
+        service(*held);
         if (holding() != m_devices.end())
             return;
     }
@@ -205,6 +367,18 @@ void LinuxInputBackend::considerDevice(udev_device *device)
     case PointerDeviceFilter::Verdict::Pointer:
     case PointerDeviceFilter::Verdict::Unclassified:
         break;
+    }
+
+    const MouseIdentity identity = identityOf(device);
+    const char *syspathText = udev_device_get_syspath(device);
+    const std::string syspath = syspathText != nullptr ? syspathText : "";
+    if (isDisabled(identity)) {
+        Log::write("[Kestrix] Leaving " + node + " (" + describeIdentity(identity)
+            + ") alone: switched off in the preferences");
+        remember(identity);
+        m_passedOver.push_back({ identity, syspath });
+        m_listChanged = true;
+        return;
     }
 
     int dpi = MouseDpi::defaultDpi;
@@ -225,19 +399,18 @@ void LinuxInputBackend::considerDevice(udev_device *device)
         return;
     }
     PointerDevice *raw = opened.get();
-    auto *notifier = new QSocketNotifier(raw->fd(), QSocketNotifier::Read, this);
-    connect(notifier, &QSocketNotifier::activated, this, [this, raw] { service(raw); });
+    watchFd(raw->fd());
     {
         std::lock_guard lock(m_devicesMutex);
-        const char *syspath = udev_device_get_syspath(device);
-        m_devices.push_back({ std::move(opened), notifier, true, syspath != nullptr ? syspath : "" });
+        m_devices.push_back({ std::move(opened), identity, true, {}, syspath });
     }
+    remember(identity);
     Log::debug(
         "[Kestrix] Took over " + describe(*raw) + " at " + std::to_string(dpi) + " dpi; twin " + raw->twinNode());
     tryGrab(m_devices.back());
     if (m_watchdog != nullptr)
         watchCurrentDevices();
-    Q_EMIT devicesChanged();
+    m_listChanged = true;
 }
 
 void LinuxInputBackend::tryGrab(Entry &entry)
@@ -254,13 +427,13 @@ void LinuxInputBackend::tryGrab(Entry &entry)
         Log::write("[Kestrix] Input watchdog: Kestrix responds again; " + describe(device) + " grabbed again");
     else
         Log::debug("[Kestrix] Grabbed " + describe(device));
-    Q_EMIT devicesChanged();
+    m_listChanged = true;
 }
 
-LinuxInputBackend::Entry *LinuxInputBackend::find(const PointerDevice *device)
+LinuxInputBackend::Entry *LinuxInputBackend::findByFd(int fd)
 {
     for (Entry &entry : m_devices) {
-        if (entry.device.get() == device)
+        if (entry.device->fd() == fd)
             return &entry;
     }
     return nullptr;
@@ -274,7 +447,7 @@ void LinuxInputBackend::watchCurrentDevices()
     m_watchdog->watch(std::move(fds));
 }
 
-// On the watchdog's thread, while the main thread is stuck.
+// On the watchdog's thread, while the input thread is stuck.
 void LinuxInputBackend::releaseAllFromWatchdog()
 {
     std::lock_guard lock(m_devicesMutex);
@@ -289,6 +462,43 @@ void LinuxInputBackend::releaseAllFromWatchdog()
                "again");
 }
 
+void LinuxInputBackend::onReadable(int fd)
+{
+    if (fd == m_timerFd) {
+        std::uint64_t expirations = 0;
+        if (::read(m_timerFd, &expirations, sizeof expirations) > 0 && m_engine != nullptr) {
+            TwinPoster poster(*this);
+            m_engine->momentumTick(poster);
+        }
+        return;
+    }
+    if (m_monitor != nullptr && fd == udev_monitor_get_fd(m_monitor)) {
+        onMonitorReadable();
+        return;
+    }
+    if (Entry *entry = findByFd(fd))
+        service(*entry);
+}
+
+void LinuxInputBackend::afterPass()
+{
+    if (m_watchdog != nullptr)
+        m_watchdog->serviced();
+    // The watchdog gave the mice back while this thread was stuck; now it runs again, the engine
+    // hears of it and switches the hook back on (reenable()).
+    if (m_watchdogFired.exchange(false)) {
+        m_listChanged = true;
+        if (m_engine != nullptr && m_engine->isStarted()) {
+            TwinPoster poster(*this);
+            m_engine->handleEvent({ PointerEventType::HookDisabledByTimeout, 0.0, 0.0, {}, 0 }, poster);
+        } else {
+            reenable();
+        }
+    }
+    if (m_listChanged)
+        devicesChanged();
+}
+
 void LinuxInputBackend::onMonitorReadable()
 {
     udev_device *device = udev_monitor_receive_device(m_monitor);
@@ -296,37 +506,37 @@ void LinuxInputBackend::onMonitorReadable()
         return;
     const char *action = udev_device_get_action(device);
     const char *node = udev_device_get_devnode(device);
-    if (action != nullptr && node != nullptr) {
+    const char *syspath = udev_device_get_syspath(device);
+    if (action != nullptr && node != nullptr && syspath != nullptr) {
         if (std::strcmp(action, "add") == 0) {
             considerDevice(device);
         } else if (std::strcmp(action, "remove") == 0) {
-            const char *syspath = udev_device_get_syspath(device);
-            for (const Entry &entry : m_devices) {
-                if (syspath != nullptr && entry.syspath == syspath) {
-                    removeDevice(entry.device.get());
-                    break;
-                }
-            }
+            const auto held = std::find_if(
+                m_devices.begin(), m_devices.end(), [&](const Entry &entry) { return entry.syspath == syspath; });
+            if (held != m_devices.end())
+                removeEntry(*held);
+            std::erase_if(m_passedOver, [&](const PassedOver &passed) {
+                m_listChanged = m_listChanged || passed.syspath == syspath;
+                return passed.syspath == syspath;
+            });
         }
     }
     udev_device_unref(device);
 }
 
-void LinuxInputBackend::removeDevice(PointerDevice *device)
+void LinuxInputBackend::removeEntry(Entry &entry)
 {
-    Entry *entry = find(device);
-    if (entry == nullptr)
-        return;
-    entry->notifier->setEnabled(false);
-    entry->notifier->deleteLater();
+    PointerDevice *device = entry.device.get();
+    unwatchFd(device->fd());
 
     // Back to a neutral state before the mouse goes: a gesture it held ends as a release would
     // end it, but nothing more is written to its twin.
     m_leavingDevice = device;
-    if (device->rightHeld) {
-        device->rightHeld = false;
-        deliver({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 });
+    if (entry.gesture.held && !entry.gesture.excluded && m_engine != nullptr) {
+        TwinPoster poster(*this);
+        m_engine->handleEvent({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 }, poster);
     }
+    entry.gesture = {};
     if (m_gestureDevice == device)
         m_gestureDevice = nullptr;
     m_leavingDevice = nullptr;
@@ -334,94 +544,103 @@ void LinuxInputBackend::removeDevice(PointerDevice *device)
     std::unique_ptr<PointerDevice> gone;
     {
         std::lock_guard lock(m_devicesMutex);
-        gone = std::move(entry->device);
-        m_devices.erase(m_devices.begin() + (entry - m_devices.data()));
+        gone = std::move(entry.device);
+        m_devices.erase(m_devices.begin() + (&entry - m_devices.data()));
     }
     if (m_watchdog != nullptr)
         watchCurrentDevices();
     Log::debug("[Kestrix] " + describe(*gone) + " is gone; twin " + gone->twinNode() + " removed");
     gone.reset(); // releases what the twin holds and destroys it
-    Q_EMIT devicesChanged();
+    if (m_devices.empty() && isInstalled())
+        Log::write("[Kestrix] No mouse to take over yet; waiting for one to be plugged in");
+    m_listChanged = true;
 }
 
-Verdict LinuxInputBackend::deliver(const PointerEvent &event)
+void LinuxInputBackend::service(Entry &entry)
 {
-    return m_engine != nullptr ? m_engine->handleEvent(event) : Verdict::Pass;
-}
-
-void LinuxInputBackend::service(PointerDevice *device)
-{
+    PointerDevice *device = entry.device.get();
     for (;;) {
         switch (device->readFrame(m_frame)) {
         case PointerDevice::ReadStatus::Frame:
-            handleFrame(*device);
+            handleFrame(entry);
             continue;
         case PointerDevice::ReadStatus::Gone:
-            removeDevice(device);
+            removeEntry(entry);
             break;
         case PointerDevice::ReadStatus::Drained:
             break;
         }
         break;
     }
-    if (m_watchdog != nullptr)
-        m_watchdog->serviced();
-
-    // The watchdog gave the mice back while this thread was stuck; now it runs again, the engine
-    // hears of it and switches the hook back on (reenable()).
-    if (m_watchdogFired.exchange(false)) {
-        if (m_engine != nullptr && m_engine->isStarted())
-            deliver({ PointerEventType::HookDisabledByTimeout, 0.0, 0.0, {}, 0 });
-        else
-            reenable();
-    }
 }
 
-void LinuxInputBackend::handleFrame(PointerDevice &device)
+void LinuxInputBackend::handleFrame(Entry &entry)
 {
+    PointerDevice &device = *entry.device;
+    Gesture &gesture = entry.gesture;
     const std::int64_t lostAt = device.grabLostAt();
     const bool grabbed = device.isGrabbed();
     if (!grabbed && (lostAt == 0 || eventTimeNs(m_frame.front()) >= lostAt)) {
-        handleSharedFrame(device);
+        handleSharedFrame(entry);
         return;
     }
 
-    std::int32_t countsX = 0;
-    std::int32_t countsY = 0;
-    int rightValue = -1;
+    std::int64_t countsX = 0;
+    std::int64_t countsY = 0;
+    int buttonValue = -1;
     bool ownWheel = false;
     for (const input_event &event : m_frame) {
         if (event.type == EV_REL && event.code == REL_X)
             countsX += event.value;
         else if (event.type == EV_REL && event.code == REL_Y)
             countsY += event.value;
-        else if (event.type == EV_KEY && event.code == BTN_RIGHT)
-            rightValue = event.value;
-        else if (event.type == EV_REL && event.code != REL_X && event.code != REL_Y)
+        else if (event.type == EV_KEY && (gesture.held ? event.code == gesture.code : isTrigger(event.code)))
+            buttonValue = event.value;
+        else if (event.type == EV_REL)
             ownWheel = true;
     }
-    // A frame that turns the mouse's own wheel keeps it to itself; the scroll goes out on its own.
     m_frameWheel.clear();
-    m_frameDevice = ownWheel ? nullptr : &device;
+    FramePoster poster(*this, device, ownWheel ? nullptr : &m_frameWheel);
+    const bool engineGesture = gesture.held && !gesture.excluded && m_engine != nullptr;
 
     // The frame's motion happened with the button as it was before the frame's own press or
-    // release: a drag first, then the button change.
+    // release: a drag first, then the button change. The engine gets whole points; the rest waits
+    // for the next frame, so a slow drag of a fine mouse adds up to what a fast one scrolls.
     Verdict motion = Verdict::Pass;
-    if ((countsX != 0 || countsY != 0) && device.rightHeld) {
+    if ((countsX != 0 || countsY != 0) && engineGesture) {
         const double scale = device.pointsPerCount();
-        motion = deliver({ PointerEventType::RightMouseDragged, countsX * scale, countsY * scale, {}, 0 });
+        const double pointsX = clampCounts(countsX) * scale + gesture.carryX;
+        const double pointsY = clampCounts(countsY) * scale + gesture.carryY;
+        const double wholeX = std::trunc(pointsX);
+        const double wholeY = std::trunc(pointsY);
+        gesture.carryX = pointsX - wholeX;
+        gesture.carryY = pointsY - wholeY;
+        if (wholeX != 0.0 || wholeY != 0.0)
+            motion = m_engine->handleEvent({ PointerEventType::RightMouseDragged, wholeX, wholeY, {}, 0 }, poster);
+        else if (m_engine->state() == GrabScrollManager::State::Pending)
+            motion = Verdict::Drop; // too little to count yet, still withheld like every pending drag
     }
     Verdict button = Verdict::Pass;
-    if (rightValue == 1) {
-        device.rightHeld = true;
-        m_gestureDevice = &device;
-        m_wheel.reset();
-        button = deliver({ PointerEventType::RightMouseDown, 0.0, 0.0, {}, 0 });
-    } else if (rightValue == 0) {
-        device.rightHeld = false;
-        button = deliver({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 });
+    std::uint16_t buttonCode = gesture.code;
+    if (buttonValue == 1 && !gesture.held) {
+        buttonCode = 0;
+        for (const input_event &event : m_frame) {
+            if (event.type == EV_KEY && event.value == 1 && isTrigger(event.code))
+                buttonCode = event.code;
+        }
+        const bool excluded = m_excludedApp != nullptr && m_excludedApp->load(std::memory_order_relaxed);
+        gesture = { true, buttonCode, excluded, 0.0, 0.0 };
+        if (!excluded && m_engine != nullptr) {
+            m_gestureDevice = &device;
+            m_gestureCode = buttonCode;
+            m_wheel.reset();
+            button = m_engine->handleEvent({ PointerEventType::RightMouseDown, 0.0, 0.0, {}, 0 }, poster);
+        }
+    } else if (buttonValue == 0 && gesture.held) {
+        gesture.held = false;
+        if (engineGesture)
+            button = m_engine->handleEvent({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 }, poster);
     }
-    m_frameDevice = nullptr;
 
     m_out.clear();
     for (const input_event &event : m_frame) {
@@ -429,7 +648,7 @@ void LinuxInputBackend::handleFrame(PointerDevice &device)
             m_out.insert(m_out.end(), m_frameWheel.begin(), m_frameWheel.end());
         if (event.type == EV_REL && (event.code == REL_X || event.code == REL_Y) && motion == Verdict::Drop)
             continue;
-        if (event.type == EV_KEY && event.code == BTN_RIGHT && button == Verdict::Drop)
+        if (event.type == EV_KEY && event.code == buttonCode && button == Verdict::Drop)
             continue;
         m_out.push_back(event);
         // The twin announces the high-resolution wheels, so every wheel frame it sends must carry
@@ -442,25 +661,27 @@ void LinuxInputBackend::handleFrame(PointerDevice &device)
     if (m_out.size() > 1 && !device.writeFrame(m_out))
         Log::write("[Kestrix] Writing to the twin of " + describe(device) + " failed: " + std::strerror(errno));
 
-    if (!grabbed) {
-        // The watchdog released the grab while this frame was waiting: take it back when possible.
-        if (Entry *entry = find(&device); entry != nullptr && entry->wantGrab)
-            tryGrab(*entry);
-    }
+    if (!grabbed && entry.wantGrab) // the watchdog released the grab while this frame waited
+        tryGrab(entry);
 }
 
 // A frame that other readers of the source saw as well (the grab is not held). Only releases of
-// what the twin still holds go to the twin, so nothing stays pressed there; a right release still
-// ends the engine's gesture.
-void LinuxInputBackend::handleSharedFrame(PointerDevice &device)
+// what the twin still holds go to the twin, so nothing stays pressed there; the trigger's release
+// still ends the engine's gesture.
+void LinuxInputBackend::handleSharedFrame(Entry &entry)
 {
+    PointerDevice &device = *entry.device;
     m_out.clear();
     for (const input_event &event : m_frame) {
         if (event.type != EV_KEY || event.value != 0)
             continue;
-        if (event.code == BTN_RIGHT && device.rightHeld) {
-            device.rightHeld = false;
-            deliver({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 });
+        if (entry.gesture.held && event.code == entry.gesture.code) {
+            const bool engineGesture = !entry.gesture.excluded && m_engine != nullptr;
+            entry.gesture = {};
+            if (engineGesture) {
+                TwinPoster poster(*this);
+                m_engine->handleEvent({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 }, poster);
+            }
         }
         if (device.twinKeyHeld(event.code))
             m_out.push_back(event);
@@ -469,14 +690,8 @@ void LinuxInputBackend::handleSharedFrame(PointerDevice &device)
         m_out.push_back(makeEvent(EV_SYN, SYN_REPORT, 0));
         device.writeFrame(m_out);
     }
-    if (Entry *entry = find(&device); entry != nullptr && entry->wantGrab)
-        tryGrab(*entry);
-}
-
-std::optional<PointerLocation> LinuxInputBackend::currentPointerLocation()
-{
-    // evdev reports motion, never a position.
-    return std::nullopt;
+    if (entry.wantGrab)
+        tryGrab(entry);
 }
 
 PointerDevice *LinuxInputBackend::scrollTarget()
@@ -485,19 +700,20 @@ PointerDevice *LinuxInputBackend::scrollTarget()
         return m_gestureDevice;
     // Momentum outlives an unplugged mouse: it goes on through another twin when there is one.
     for (const Entry &entry : m_devices) {
-        if (entry.device.get() != m_leavingDevice && entry.device != nullptr)
+        if (entry.device != nullptr && entry.device.get() != m_leavingDevice)
             return entry.device.get();
     }
     return nullptr;
 }
 
-bool LinuxInputBackend::postScroll(const ScrollEvent &event)
+bool LinuxInputBackend::encodeScroll(const ScrollEvent &event, PointerDevice &target, std::vector<input_event> &out)
 {
-    PointerDevice *target = scrollTarget();
-    if (target == nullptr)
-        return false;
+    // The desktop reverses the twin's wheel as well when natural scrolling is on for mice, so the
+    // engine's direction is reversed here first: reverseScroll means the same on every desktop.
+    const std::int32_t sign = m_settings.naturalScroll ? -1 : 1;
     WheelEncoder::Frame frame {};
-    const std::optional<std::size_t> length = m_wheel.encode(event.unit, event.vertical, event.horizontal, frame);
+    const std::optional<std::size_t> length
+        = m_wheel.encode(event.unit, sign * event.vertical, sign * event.horizontal, frame);
     if (!length) {
         Log::write("[Kestrix] Scroll amount " + std::to_string(event.vertical) + ", " + std::to_string(event.horizontal)
             + " does not fit a wheel event; skipped");
@@ -513,40 +729,55 @@ bool LinuxInputBackend::postScroll(const ScrollEvent &event)
         } else {
             line += " (no phases)";
         }
-        line += " -> " + target->twinNode() + ":";
+        line += " -> " + target.twinNode() + ":";
         for (std::size_t i = 0; i + 1 < *length; ++i)
             line += std::string(" ") + wheelCodeName(frame[i].code) + "=" + std::to_string(frame[i].value);
         if (*length == 0)
             line += " nothing to write";
         Log::debug(line);
     }
-    if (*length == 0)
-        return true;
-    if (target == m_frameDevice) {
-        m_frameWheel.insert(
-            m_frameWheel.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(*length - 1));
-        return true;
-    }
-    return target->writeFrame({ frame.data(), *length });
+    if (*length > 0) // everything but the closing SYN_REPORT: the caller's frame has its own
+        out.insert(out.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(*length - 1));
+    return true;
 }
 
-bool LinuxInputBackend::postRightClick(PointerLocation location, std::uint64_t marker)
+bool LinuxInputBackend::writeScroll(const ScrollEvent &event, PointerDevice &target)
 {
-    Q_UNUSED(location);
-    Q_UNUSED(marker);
-    PointerDevice *target = m_gestureDevice != m_leavingDevice ? m_gestureDevice : nullptr;
-    if (target == nullptr)
+    m_scratch.clear();
+    if (!encodeScroll(event, target, m_scratch))
         return false;
-    const input_event press[] = { makeEvent(EV_KEY, BTN_RIGHT, 1), makeEvent(EV_SYN, SYN_REPORT, 0) };
-    const input_event release[] = { makeEvent(EV_KEY, BTN_RIGHT, 0), makeEvent(EV_SYN, SYN_REPORT, 0) };
-    const bool posted = target->writeFrame(press) && target->writeFrame(release);
-    Log::debug("[Kestrix] Replayed right click on " + target->twinNode() + (posted ? "" : " failed"));
+    if (m_scratch.empty())
+        return true;
+    m_scratch.push_back(makeEvent(EV_SYN, SYN_REPORT, 0));
+    return target.writeFrame(m_scratch);
+}
+
+bool LinuxInputBackend::replayClick(PointerDevice &target, std::uint16_t code)
+{
+    const input_event press[] = { makeEvent(EV_KEY, code, 1), makeEvent(EV_SYN, SYN_REPORT, 0) };
+    const input_event release[] = { makeEvent(EV_KEY, code, 0), makeEvent(EV_SYN, SYN_REPORT, 0) };
+    const bool posted = target.writeFrame(press) && target.writeFrame(release);
+    Log::debug("[Kestrix] Replayed click of button " + std::to_string(code) + " on " + target.twinNode()
+        + (posted ? "" : " failed"));
     return posted;
 }
 
-void LinuxInputBackend::start(std::chrono::milliseconds period) { m_momentumTimer.start(period); }
+void LinuxInputBackend::start(std::chrono::milliseconds period)
+{
+    const auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(period).count();
+    itimerspec spec {};
+    spec.it_interval.tv_sec = static_cast<time_t>(ns / 1'000'000'000);
+    spec.it_interval.tv_nsec = static_cast<long>(ns % 1'000'000'000);
+    spec.it_value = spec.it_interval;
+    timerfd_settime(m_timerFd, 0, &spec, nullptr);
+}
 
-void LinuxInputBackend::cancel() { m_momentumTimer.stop(); }
+void LinuxInputBackend::cancel()
+{
+    const itimerspec disarmed {};
+    if (m_timerFd >= 0)
+        timerfd_settime(m_timerFd, 0, &disarmed, nullptr);
+}
 
 std::vector<LinuxInputBackend::DeviceInfo> LinuxInputBackend::devices() const
 {
@@ -557,6 +788,21 @@ std::vector<LinuxInputBackend::DeviceInfo> LinuxInputBackend::devices() const
             QString::fromStdString(device.name()), device.dpi(), device.isGrabbed() });
     }
     return result;
+}
+
+std::vector<MouseInfo> LinuxInputBackend::mice() const
+{
+    std::vector<MouseInfo> connected;
+    std::vector<MouseInfo> unplugged;
+    for (const MouseIdentity &identity : m_seen) {
+        const bool active = std::any_of(
+            m_devices.begin(), m_devices.end(), [&](const Entry &entry) { return entry.identity == identity; });
+        const bool passedOver = std::any_of(m_passedOver.begin(), m_passedOver.end(),
+            [&](const PassedOver &passed) { return passed.identity == identity; });
+        (active || passedOver ? connected : unplugged).push_back({ identity, active || passedOver, active });
+    }
+    connected.insert(connected.end(), unplugged.begin(), unplugged.end());
+    return connected;
 }
 
 } // namespace kestrix

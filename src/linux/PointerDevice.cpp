@@ -212,12 +212,6 @@ bool PointerDevice::twinKeyHeld(std::uint16_t code) const
     return code < KEY_CNT && m_twinKeys.test(code);
 }
 
-void PointerDevice::releaseTwinKeys()
-{
-    std::lock_guard lock(m_outputMutex);
-    releaseTwinKeysLocked();
-}
-
 void PointerDevice::releaseTwinKeysLocked()
 {
     if (m_twinKeys.none())

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "linux/WheelEncoder.h"
+
 #include <linux/input.h>
 
 #include <atomic>
@@ -15,16 +17,6 @@ struct libevdev;
 struct libevdev_uinput;
 
 namespace kestrix {
-
-// One evdev event with its time left at zero: the kernel stamps what is written to uinput.
-inline input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
-{
-    input_event event {};
-    event.type = type;
-    event.code = code;
-    event.value = value;
-    return event;
-}
 
 // One physical pointer taken over by Kestrix: its event node (the source), read through libevdev
 // and grabbed so nobody else sees its events, and the virtual twin made through uinput that
@@ -71,9 +63,6 @@ public:
     // released by Kestrix itself.
     std::int64_t grabLostAt() const { return m_grabLostAtNs.load(); }
 
-    // The right button as the backend last handled it, for telling drags from plain motion.
-    bool rightHeld = false;
-
     enum class ReadStatus : std::uint8_t { Frame, Drained, Gone };
     // The next complete frame, up to and including its SYN_REPORT. After a SYN_DROPPED the frame is
     // libevdev's resynchronisation: the key changes that were lost, closed by a SYN_REPORT.
@@ -82,8 +71,6 @@ public:
     // Writes one frame to the twin in a single write. False when the twin refused it.
     bool writeFrame(std::span<const input_event> frame);
     bool twinKeyHeld(std::uint16_t code) const;
-    // Releases every key and button held on the twin, in one frame.
-    void releaseTwinKeys();
 
 private:
     PointerDevice() = default;

@@ -11,18 +11,14 @@ bool fitsEvdev(std::int64_t value)
     return value >= std::numeric_limits<std::int32_t>::min() && value <= std::numeric_limits<std::int32_t>::max();
 }
 
-input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int64_t value)
+input_event wheelEvent(std::uint16_t code, std::int64_t value)
 {
-    input_event event {};
-    event.type = type;
-    event.code = code;
-    event.value = static_cast<std::int32_t>(value);
-    return event;
+    return makeEvent(EV_REL, code, static_cast<std::int32_t>(value));
 }
 
 } // namespace
 
-WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, ScrollUnit unit, std::int64_t amount)
+WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, double unitsPerAmount, std::int64_t amount)
 {
     if (amount == 0)
         return {};
@@ -33,13 +29,7 @@ WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, ScrollUnit unit, std::in
         axis.remainder = 0;
         axis.fraction = 0.0;
     }
-    switch (unit) {
-    case ScrollUnit::Line:
-        return { amount * unitsPerDetent, amount };
-    case ScrollUnit::Pixel:
-        break;
-    }
-    const double exact = static_cast<double>(amount) * hiResUnitsPerPixel + axis.fraction;
+    const double exact = static_cast<double>(amount) * unitsPerAmount + axis.fraction;
     const double whole = std::trunc(exact);
     axis.fraction = exact - whole;
     const auto hiRes = static_cast<std::int64_t>(whole);
@@ -54,9 +44,10 @@ std::optional<std::size_t> WheelEncoder::encode(
 {
     const Axis savedVertical = m_vertical;
     const Axis savedHorizontal = m_horizontal;
-    const AxisOutput v = step(m_vertical, unit, vertical);
+    const double unitsPerAmount = unit == ScrollUnit::Line ? hiResUnitsPerLine : hiResUnitsPerPixel;
+    const AxisOutput v = step(m_vertical, unitsPerAmount, vertical);
     // REL_HWHEEL positive moves the content left; the engine's positive moves it right.
-    const AxisOutput h = step(m_horizontal, unit, -static_cast<std::int64_t>(horizontal));
+    const AxisOutput h = step(m_horizontal, unitsPerAmount, -static_cast<std::int64_t>(horizontal));
     if (!fitsEvdev(v.hiRes) || !fitsEvdev(h.hiRes)) {
         m_vertical = savedVertical;
         m_horizontal = savedHorizontal;
@@ -65,13 +56,13 @@ std::optional<std::size_t> WheelEncoder::encode(
 
     std::size_t count = 0;
     if (v.hiRes != 0)
-        frame[count++] = makeEvent(EV_REL, REL_WHEEL_HI_RES, v.hiRes);
+        frame[count++] = wheelEvent(REL_WHEEL_HI_RES, v.hiRes);
     if (v.clicks != 0)
-        frame[count++] = makeEvent(EV_REL, REL_WHEEL, v.clicks);
+        frame[count++] = wheelEvent(REL_WHEEL, v.clicks);
     if (h.hiRes != 0)
-        frame[count++] = makeEvent(EV_REL, REL_HWHEEL_HI_RES, h.hiRes);
+        frame[count++] = wheelEvent(REL_HWHEEL_HI_RES, h.hiRes);
     if (h.clicks != 0)
-        frame[count++] = makeEvent(EV_REL, REL_HWHEEL, h.clicks);
+        frame[count++] = wheelEvent(REL_HWHEEL, h.clicks);
     if (count == 0)
         return std::size_t { 0 };
     frame[count++] = makeEvent(EV_SYN, SYN_REPORT, 0);

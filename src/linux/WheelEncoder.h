@@ -11,6 +11,16 @@
 
 namespace kestrix {
 
+// One evdev event with its time left at zero: the kernel stamps what is written to uinput.
+inline input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_t value)
+{
+    input_event event {};
+    event.type = type;
+    event.code = code;
+    event.value = value;
+    return event;
+}
+
 // Turns the engine's scroll amounts into evdev wheel events for one frame.
 //
 // Directions: the engine's vertical amount is positive when the content moves down, which is what
@@ -23,7 +33,8 @@ namespace kestrix {
 // hiResUnitsPerPixel; fractions of a unit are carried per axis to the next event. The legacy
 // REL_WHEEL/REL_HWHEEL click goes out in the same frame each time the high-resolution total of the
 // current direction crosses a multiple of 120, the remainder carried, as the kernel's own hi-res
-// drivers do. Line amounts are whole detents: n clicks and n x 120 high-resolution units.
+// drivers do. A line is a third of a detent (40 units), because toolkits scroll about three lines
+// per detent; lines go through the same carrying as pixels.
 //
 // The phase, momentum-phase and continuous fields have no evdev form: Linux consumers see plain,
 // smooth wheel motion and never the gesture boundaries.
@@ -34,6 +45,7 @@ public:
     // at speed 1.0 move about as far as the hand that drags it.
     static constexpr double hiResUnitsPerPixel = 120.0 / 55.0;
     static constexpr std::int32_t unitsPerDetent = 120;
+    static constexpr double hiResUnitsPerLine = 40.0;
 
     // Up to four wheel events and the SYN_REPORT that closes the frame.
     using Frame = std::array<input_event, 5>;
@@ -57,7 +69,7 @@ private:
         std::int64_t hiRes = 0;
         std::int64_t clicks = 0;
     };
-    static AxisOutput step(Axis &axis, ScrollUnit unit, std::int64_t amount);
+    static AxisOutput step(Axis &axis, double unitsPerAmount, std::int64_t amount);
 
     Axis m_vertical;
     Axis m_horizontal;

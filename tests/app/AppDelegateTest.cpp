@@ -92,7 +92,7 @@ private Q_SLOTS:
         if (!stored.isUndefined())
             SettingsStore::shared().setValue(SettingsKeys::language, stored);
         test::RecordingPlatform platform;
-        GrabScrollManager manager(platform, platform, platform);
+        GrabScrollManager manager(platform, platform);
         const auto access = std::make_shared<Access>();
         access->granted = true;
         test::EngineControl input(manager);
@@ -129,7 +129,7 @@ private Q_SLOTS:
     void terminationWhileWaiting()
     {
         test::RecordingPlatform platform;
-        GrabScrollManager manager(platform, platform, platform);
+        GrabScrollManager manager(platform, platform);
         const auto access = std::make_shared<Access>();
         {
             test::EngineControl input(manager);

@@ -172,12 +172,13 @@ private Q_SLOTS:
         WheelEncoder encoder;
         WheelEncoder::Frame frame {};
         QCOMPARE(encoder.encode(ScrollUnit::Pixel, 0, 0, frame), std::optional<std::size_t>(0));
-        QCOMPARE(encoder.encode(ScrollUnit::Line, 20'000'000, 0, frame), std::nullopt);
+        QCOMPARE(encoder.encode(ScrollUnit::Line, 60'000'000, 0, frame), std::nullopt);
         QCOMPARE(encoder.encode(ScrollUnit::Pixel, 0, -2'000'000'000, frame), std::nullopt);
-        // The refusal left no trace: the next small step is whole.
-        const std::size_t length = encoder.encode(ScrollUnit::Line, 1, 0, frame).value();
+        // The refusal left no trace: the next small steps are whole. A line is a third of a detent.
         Sums sums;
-        add(sums, frame, length);
+        for (int line = 0; line < 3; ++line)
+            add(sums, frame, encoder.encode(ScrollUnit::Line, 1, 0, frame).value());
+        QCOMPARE(sums[REL_WHEEL_HI_RES], 120);
         QCOMPARE(sums[REL_WHEEL], 1);
     }
 };

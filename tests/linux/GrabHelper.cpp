@@ -2,7 +2,7 @@
 // device ("device <node> twin <twin node>"), then "ready", and runs until it is killed.
 
 #include "engine/GrabScrollManager.h"
-#include "linux/LinuxInputBackend.h"
+#include "linux/InputThread.h"
 
 #include <QCoreApplication>
 
@@ -11,13 +11,14 @@
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    kestrix::LinuxInputBackend backend;
-    kestrix::GrabScrollManager engine(backend, backend, backend);
-    backend.setEngine(&engine);
-    engine.start();
-    for (const auto &device : backend.devices())
+    kestrix::InputThread input;
+    input.start();
+    bool started = false;
+    input.runOnInputThread(
+        [&](kestrix::GrabScrollManager &engine, kestrix::LinuxInputBackend &) { started = engine.isStarted(); });
+    for (const auto &device : input.devices())
         std::printf("device %s twin %s\n", qPrintable(device.node), qPrintable(device.twinNode));
-    std::printf(engine.isStarted() ? "ready\n" : "failed\n");
+    std::printf(started ? "ready\n" : "failed\n");
     std::fflush(stdout);
-    return engine.isStarted() ? app.exec() : 1;
+    return started ? app.exec() : 1;
 }

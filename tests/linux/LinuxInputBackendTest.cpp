@@ -6,12 +6,13 @@
 // Amounts: at scroll speed 1.0 a drag of N points scrolls N pixels, which are N x 120 / 55
 // high-resolution wheel units (WheelEncoder), so 100 points make 218 units and one legacy click.
 
-#include "linux/LinuxInputBackend.h"
 #include "VirtualMouse.h"
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 #include "engine/GrabScrollManager.h"
+#include "engine/ScrollConfig.h"
+#include "linux/InputThread.h"
 
 #include <QDeadlineTimer>
 #include <QFile>
@@ -21,8 +22,10 @@
 #include <QTest>
 #include <QThread>
 
+#include <atomic>
 #include <csignal>
 #include <mutex>
+#include <thread>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -32,24 +35,33 @@ namespace {
 
 constexpr int deadlineMs = 20000; // generous: the VM runs under emulation
 
-// The backend and the engine as the application wires them.
+// The input thread as the application runs it; the engine is looked at on its own thread.
 struct Session
 {
-    LinuxInputBackend backend;
-    GrabScrollManager engine { backend, backend, backend };
-
-    Session() { backend.setEngine(&engine); }
-    ~Session() { engine.stop(); }
+    InputThread input;
 
     std::optional<LinuxInputBackend::DeviceInfo> device(const QString &node) const
     {
-        for (const auto &info : backend.devices()) {
+        for (const auto &info : input.devices()) {
             if (info.node == node)
                 return info;
         }
         return std::nullopt;
     }
     bool grabbed(const QString &node) const { return device(node).has_value() && device(node)->grabbed; }
+    GrabScrollManager::State state()
+    {
+        auto state = GrabScrollManager::State::Idle;
+        input.runOnInputThread([&](GrabScrollManager &engine, LinuxInputBackend &) { state = engine.state(); });
+        return state;
+    }
+    bool momentumRunning()
+    {
+        bool running = false;
+        input.runOnInputThread(
+            [&](GrabScrollManager &engine, LinuxInputBackend &) { running = engine.isMomentumRunning(); });
+        return running;
+    }
 };
 
 // Every log line of the current test, also those the watchdog writes from its own thread.
@@ -93,8 +105,7 @@ void set(QLatin1StringView key, const QJsonValue &value) { SettingsStore::shared
 #define TAKE_OVER(session, mouse, twinVar)                                                                             \
     QVERIFY((mouse).isValid());                                                                                        \
     QVERIFY((mouse).waitForUdev());                                                                                    \
-    (session).engine.start();                                                                                          \
-    QVERIFY((session).engine.isStarted());                                                                             \
+    (session).input.start();                                                                                           \
     QTRY_VERIFY_WITH_TIMEOUT((session).grabbed((mouse).node()), deadlineMs);                                           \
     EventLog twinVar((session).device((mouse).node())->twinNode);                                                      \
     QVERIFY(twinVar.isOpen())
@@ -150,7 +161,7 @@ private Q_SLOTS:
         QCOMPARE(twin.framesWith(EV_REL, REL_WHEEL_HI_RES), 1);
 
         mouse.press(BTN_RIGHT);
-        QTRY_COMPARE_WITH_TIMEOUT(session.engine.state(), GrabScrollManager::State::Pending, deadlineMs);
+        QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Pending, deadlineMs);
         mouse.move(2, 1); // under the threshold: withheld, so the click lands where the press was
         SYNC(mouse, twin);
         QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
@@ -162,7 +173,7 @@ private Q_SLOTS:
             mouse.clickBurst(BTN_MIDDLE, 80);
         // What came after an overflow is lost as well (libevdev discards it when it resynchronises),
         // so the sync waits until the backend has been through it.
-        QTRY_COMPARE_WITH_TIMEOUT(session.engine.state(), GrabScrollManager::State::Idle, deadlineMs);
+        QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Idle, deadlineMs);
         SYNC(mouse, twin);
         QVERIFY(isOneClick(twin));
         QCOMPARE(twin.heldButtons(), std::vector<int> {});
@@ -197,7 +208,8 @@ private Q_SLOTS:
         QTest::newRow("right, against") << plain << 1000 << false << true << 10 << 10 << 0 << 0 << 218;
         QTest::newRow("axis lock: 3 pixels across, then 80 down")
             << plain << 1000 << true << true << 10 << 3 << 8 << 174 << -6;
-        QTest::newRow("line units: 10 lines a step") << plain << 1000 << true << false << 3 << 0 << 10 << 3600 << 0;
+        QTest::newRow("line units: 10 lines a step, a third of a detent each")
+            << plain << 1000 << true << false << 3 << 0 << 10 << 1200 << 0;
         // 10 points a step on every mouse.
         QTest::newRow("400 dpi") << QByteArray("Kestrix Test Mouse 400dpi") << 400 << true << true << 10 << 0 << 4
                                  << 218 << 0;
@@ -261,9 +273,9 @@ private Q_SLOTS:
         mouse.drag(0, 10);
         SYNC(mouse, twin);
         const std::size_t released = twin.frames.size();
-        QTRY_VERIFY_WITH_TIMEOUT(session.engine.isMomentumRunning(), deadlineMs);
+        QTRY_VERIFY_WITH_TIMEOUT(session.momentumRunning(), deadlineMs);
         // Read on the way: the kernel keeps only a few dozen events for a reader that lags.
-        QTRY_VERIFY_WITH_TIMEOUT((twin.pump(), !session.engine.isMomentumRunning()), deadlineMs);
+        QTRY_VERIFY_WITH_TIMEOUT((twin.pump(), !session.momentumRunning()), deadlineMs);
         QCOMPARE(twin.pump().dropped(), 0);
         // From 10 pixels a step the run adds 255 pixels: 355 in all, 774 units, 6 clicks.
         QVERIFY(twin.framesWith(EV_REL, REL_WHEEL_HI_RES, released) > 50);
@@ -277,8 +289,8 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(twin.pump().framesWith(EV_REL, REL_WHEEL_HI_RES, secondRelease) >= 3, deadlineMs);
         QVERIFY(twin.sum(EV_REL, REL_WHEEL_HI_RES, secondRelease) < 0);
         mouse.press(BTN_RIGHT);
-        QTRY_COMPARE_WITH_TIMEOUT(session.engine.state(), GrabScrollManager::State::Pending, deadlineMs);
-        QVERIFY(!session.engine.isMomentumRunning());
+        QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Pending, deadlineMs);
+        QVERIFY(!session.momentumRunning());
         SYNC(mouse, twin);
         const std::size_t pressed = twin.frames.size();
         for (int i = 0; i < 5; ++i)
@@ -305,8 +317,8 @@ private Q_SLOTS:
         SYNC(second, secondTwin);
         QCOMPARE(secondTwin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
         QCOMPARE(firstTwin.pump().sum(EV_REL, REL_WHEEL_HI_RES), 0);
-        for (const auto &info : session.backend.devices()) {
-            for (const auto &other : session.backend.devices())
+        for (const auto &info : session.input.devices()) {
+            for (const auto &other : session.input.devices())
                 QVERIFY2(info.node != other.twinNode, qPrintable(info.node + u" is a twin"_s));
         }
 
@@ -315,20 +327,20 @@ private Q_SLOTS:
         for (int i = 0; i < 5; ++i)
             first.move(0, 10);
         SYNC(first, firstTwin);
-        QCOMPARE(session.engine.state(), GrabScrollManager::State::Scrolling);
+        QCOMPARE(session.state(), GrabScrollManager::State::Scrolling);
         QCOMPARE(firstTwin.heldButtons(), std::vector<int> { BTN_LEFT });
-        QSignalSpy changed(&session.backend, &LinuxInputBackend::devicesChanged);
+        QSignalSpy changed(&session.input, &InputControl::miceChanged);
         const QString node = first.node();
         first.unplug();
         QTRY_VERIFY_WITH_TIMEOUT(!session.device(node).has_value(), deadlineMs);
-        QCOMPARE(session.engine.state(), GrabScrollManager::State::Idle);
-        QVERIFY(changed.count() >= 1);
+        QCOMPARE(session.state(), GrabScrollManager::State::Idle);
+        QTRY_VERIFY_WITH_TIMEOUT(changed.count() >= 1, deadlineMs);
         QTRY_VERIFY_WITH_TIMEOUT(firstTwin.pump().isGone(), deadlineMs);
         QCOMPARE(firstTwin.framesWith(EV_KEY, BTN_RIGHT), 0);
 
         QVERIFY(isGrabbedByOther(second.node()));
-        session.engine.stop();
-        QVERIFY(session.backend.devices().empty());
+        session.input.stop();
+        QTRY_VERIFY_WITH_TIMEOUT(session.input.devices().empty(), deadlineMs);
         QVERIFY(!isGrabbedByOther(second.node()));
         QTRY_VERIFY_WITH_TIMEOUT(secondTwin.pump().isGone(), deadlineMs);
     }
@@ -355,8 +367,10 @@ private Q_SLOTS:
         QVERIFY(isGrabbedByOther(mouse.node()));
         {
             Session session;
-            session.engine.start();
-            QVERIFY(session.engine.isStarted());
+            session.input.start();
+            QTRY_VERIFY_WITH_TIMEOUT(session.grabbed(mouse.node()) || session.input.isStarted(), deadlineMs);
+            session.state(); // the start has run
+            QVERIFY(session.input.isStarted());
             QVERIFY(!session.device(otherTwin).has_value());
         }
 
@@ -367,7 +381,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(reader.pump().sum(EV_REL, REL_X), 1, deadlineMs);
     }
 
-    // A stuck main thread: after 250 ms of unread input the watchdog gives the mouse back to every
+    // A stuck input thread: after 250 ms of unread input the watchdog gives the mouse back to every
     // reader; when the thread runs again the grab is taken back and nothing leaks any more.
     void watchdogReleasesAStalledGrab()
     {
@@ -379,28 +393,35 @@ private Q_SLOTS:
         QCOMPARE(twin.heldButtons(), std::vector<int> { BTN_LEFT });
         EventLog otherReader(mouse.node());
 
-        // Stall this thread (the backend's) while writing, until another reader sees the mouse.
-        // The log line follows the release on the watchdog's thread; this thread must not run the
-        // backend yet, so it waits without the event loop.
+        // Stall the input thread while writing, until another reader sees the mouse. The log line
+        // follows the release on the watchdog's thread.
+        std::atomic<bool> stalled { true };
+        std::thread staller([&] {
+            session.input.runOnInputThread([&](GrabScrollManager &, LinuxInputBackend &) {
+                while (stalled.load())
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            });
+        });
         const QDeadlineTimer deadline(deadlineMs);
         while (otherReader.pump().frames.empty() && !deadline.hasExpired()) {
             mouse.move(1, 0);
             QThread::msleep(10); // pacing the writes of the stall, not waiting for a result
         }
-        const QString stalled = u"Input watchdog: input waited 250 ms unread"_s;
-        while (!logged(stalled) && !deadline.hasExpired())
+        const QString stallLine = u"Input watchdog: input waited 250 ms unread"_s;
+        while (!logged(stallLine) && !deadline.hasExpired())
             QThread::msleep(1);
         QVERIFY(!otherReader.frames.empty());
-        QVERIFY(logged(stalled));
+        QVERIFY(logged(stallLine));
         // The left button, still down on the source, is up on the twin: the source's own release
         // goes straight to the desktop now.
         QCOMPARE(twin.heldButtons(), std::vector<int> {});
 
-        // The backend runs again (its waiting input is dispatched at once), but takes no grab while
-        // a button is held: the desktop must see that release from the source.
-        QCoreApplication::processEvents();
-        QCoreApplication::processEvents();
-        QVERIFY(!session.grabbed(mouse.node()));
+        // The input thread runs again (its waiting input is handled at once), but takes no grab
+        // while a button is held: the desktop must see that release from the source.
+        stalled.store(false);
+        staller.join();
+        session.state(); // one more pass of the input thread
+        QVERIFY(!isGrabbedByOther(mouse.node()));
         mouse.release(BTN_LEFT);
 
         QTRY_VERIFY_WITH_TIMEOUT(session.grabbed(mouse.node()), deadlineMs);
@@ -411,6 +432,169 @@ private Q_SLOTS:
         SYNC(mouse, twin);
         QVERIFY(otherReader.pump().frames.empty());
         QVERIFY(twin.sum(EV_REL, REL_Y) >= 1);
+    }
+    // Kestrix started before any mouse waits for one, and takes over the first plugged in; with
+    // every mouse unplugged it waits again.
+    void startsWithoutAMouse()
+    {
+        Session session;
+        session.input.start();
+        session.state(); // the start has run
+        if (!session.input.devices().empty())
+            QSKIP("this machine has a mouse of its own");
+        QVERIFY(session.input.isStarted());
+        QVERIFY(logged(u"waiting for one to be plugged in"_s));
+        QVERIFY(!logged(u"입력 장치 연결 실패"_s));
+        for (const char *name : { "Kestrix Test Mouse", "Kestrix Test Mouse Two" }) {
+            VirtualMouse mouse(name);
+            QVERIFY(mouse.isValid());
+            QTRY_VERIFY_WITH_TIMEOUT(session.grabbed(mouse.node()), deadlineMs);
+            EventLog twin(session.device(mouse.node())->twinNode);
+            mouse.drag(0, 10);
+            SYNC(mouse, twin);
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+            mouse.unplug();
+            QTRY_VERIFY_WITH_TIMEOUT(session.input.devices().empty(), deadlineMs);
+        }
+    }
+
+    // The same hand travel scrolls the same, dragged slowly (one count a frame) or quickly (frames
+    // of many counts), at every resolution: half an inch, 500 points, scrolls 495 past the
+    // threshold, 1080 units.
+    void slowAndFastDragsScrollAlike_data()
+    {
+        QTest::addColumn<QByteArray>("mouse");
+        QTest::addColumn<int>("dpi");
+        QTest::newRow("400 dpi") << QByteArray("Kestrix Test Mouse 400dpi") << 400;
+        QTest::newRow("1600 dpi") << QByteArray("Kestrix Test Mouse 1600dpi") << 1600;
+        QTest::newRow("16000 dpi") << QByteArray("Kestrix Test Mouse 16000dpi") << 16000;
+    }
+    void slowAndFastDragsScrollAlike()
+    {
+        QFETCH(QByteArray, mouse);
+        QFETCH(int, dpi);
+        if (!QFile::exists(u"/run/udev/rules.d/70-kestrix-test-mice.rules"_s))
+            QSKIP("the MOUSE_DPI rule of tests/linux/vm is not installed");
+        VirtualMouse source(mouse.constData());
+        Session session;
+        TAKE_OVER(session, source, twin);
+        QCOMPARE(session.device(source.node())->dpi, dpi);
+        const int counts = dpi / 2;
+        int scrolled[2] = {};
+        for (const int frameCounts : { 1, dpi / 10 }) {
+            const int before = twin.pump().sum(EV_REL, REL_WHEEL_HI_RES);
+            source.press(BTN_RIGHT);
+            for (int moved = frameCounts, frames = 1; moved <= counts; moved += frameCounts, ++frames) {
+                source.move(0, frameCounts);
+                // The kernel keeps only a few dozen events for a reader that lags, the backend's
+                // read of the source included: every 16 frames, wait until they came through.
+                if (frames % 16 == 0)
+                    SYNC(source, twin);
+            }
+            source.release(BTN_RIGHT);
+            SYNC(source, twin);
+            QCOMPARE(twin.dropped(), 0);
+            scrolled[frameCounts == 1 ? 0 : 1] = twin.sum(EV_REL, REL_WHEEL_HI_RES) - before;
+        }
+        QVERIFY2(qAbs(scrolled[0] - 1080) <= 32 && qAbs(scrolled[1] - 1080) <= 32,
+            qPrintable(u"slow %1, fast %2"_s.arg(scrolled[0]).arg(scrolled[1])));
+    }
+
+    // Another trigger button, or the desktop's left hand: the chosen button drags to scroll and
+    // clicks as itself when short, and every other button passes untouched.
+    void triggerButtons_data()
+    {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<bool>("leftHanded");
+        QTest::addColumn<int>("trigger");
+        QTest::addColumn<int>("other");
+        QTest::newRow("middle") << u"middle"_s << false << int(BTN_MIDDLE) << int(BTN_RIGHT);
+        QTest::newRow("secondary, left hand") << u"secondary"_s << true << int(BTN_LEFT) << int(BTN_RIGHT);
+    }
+    void triggerButtons()
+    {
+        QFETCH(QString, button);
+        QFETCH(bool, leftHanded);
+        QFETCH(int, trigger);
+        QFETCH(int, other);
+        set(SettingsKeys::triggerButton, button);
+        VirtualMouse mouse("Kestrix Test Mouse");
+        Session session;
+        session.input.setDesktopPointer(leftHanded, false);
+        TAKE_OVER(session, mouse, twin);
+
+        mouse.drag(0, 10, 10, trigger);
+        SYNC(mouse, twin);
+        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+        QCOMPARE(twin.framesWith(EV_KEY, trigger), 0);
+        mouse.press(trigger);
+        mouse.release(trigger);
+        mouse.drag(0, 10, 10, other);
+        SYNC(mouse, twin);
+        QCOMPARE(twin.framesWith(EV_KEY, trigger), 2); // the short press, replayed as a click
+        QCOMPARE(twin.framesWith(EV_KEY, other), 2); // the other button's drag, untouched
+        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+        QCOMPARE(twin.heldButtons(), std::vector<int> {});
+    }
+
+    // A mouse switched off in the preferences is given back at once, its twin gone, while the
+    // other one still scrolls; switched on again it is taken over again. A press over an excluded
+    // app passes whole.
+    void switchedOffMiceAndExcludedApps()
+    {
+        VirtualMouse trackball("Kestrix Test Mouse Two");
+        VirtualMouse mouse("Kestrix Test Mouse");
+        Session session;
+        TAKE_OVER(session, mouse, twin);
+        QTRY_VERIFY_WITH_TIMEOUT(session.grabbed(trackball.node()), deadlineMs);
+        EventLog trackballTwin(session.device(trackball.node())->twinNode);
+
+        const MouseIdentity identity { 0x4b58, 0x0001, u"Kestrix Test Mouse Two"_s };
+        ScrollConfig::setMouseDisabled(identity, true);
+        QTRY_VERIFY_WITH_TIMEOUT(!session.device(trackball.node()).has_value(), deadlineMs);
+        QVERIFY(!isGrabbedByOther(trackball.node()));
+        QTRY_VERIFY_WITH_TIMEOUT(trackballTwin.pump().isGone(), deadlineMs);
+        const auto mice = session.input.mice();
+        QVERIFY(std::any_of(mice.begin(), mice.end(),
+            [&](const MouseInfo &info) { return info.identity == identity && info.connected && !info.active; }));
+        mouse.drag(0, 10);
+        SYNC(mouse, twin);
+        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+
+        ScrollConfig::setMouseDisabled(identity, false);
+        QTRY_VERIFY_WITH_TIMEOUT(session.grabbed(trackball.node()), deadlineMs);
+
+        session.input.setPointerOverExcludedApp(true);
+        mouse.drag(0, 10);
+        SYNC(mouse, twin);
+        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+        QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 2);
+        QCOMPARE(twin.sum(EV_REL, REL_Y), 200);
+    }
+
+    // The GUI thread stopped for two seconds: the mouse goes on moving and scrolling through the
+    // input thread, the grab held and the watchdog quiet.
+    void stalledGuiThreadStopsNothing()
+    {
+        VirtualMouse mouse("Kestrix Test Mouse");
+        Session session;
+        TAKE_OVER(session, mouse, twin);
+        EventLog otherReader(mouse.node());
+        const QDeadlineTimer stall(2000);
+        mouse.press(BTN_RIGHT);
+        int moves = 0;
+        while (!stall.hasExpired()) { // no event loop runs on this thread meanwhile
+            mouse.move(0, 2);
+            ++moves;
+            twin.pump();
+            QThread::msleep(8); // the pace of a hand, not a wait for a result
+        }
+        mouse.release(BTN_RIGHT);
+        // All but the first 4 points, withheld under the threshold.
+        QTRY_VERIFY_WITH_TIMEOUT(twin.pump().sum(EV_REL, REL_Y) == 2 * moves - 4, deadlineMs);
+        QVERIFY(twin.sum(EV_REL, REL_WHEEL_HI_RES) > 0);
+        QVERIFY(otherReader.pump().frames.empty());
+        QVERIFY(!logged(u"Input watchdog"_s));
     }
 };
 

@@ -13,10 +13,13 @@
 #include <fcntl.h>
 #include <linux/input.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <string>
 #include <initializer_list>
 #include <thread>
 #include <utility>
@@ -75,20 +78,32 @@ public:
     void move(int dx, int dy) { frame({ { REL_X, dx }, { REL_Y, dy } }); }
     void press(int button) { frame({ { button, 1 } }); }
     void release(int button) { frame({ { button, 0 } }); }
-    // The right button held over `steps` moves of (dx, dy).
-    void drag(int dx, int dy, int steps = 10)
+    // `button` held over `steps` moves of (dx, dy).
+    void drag(int dx, int dy, int steps = 10, int button = BTN_RIGHT)
     {
-        press(BTN_RIGHT);
+        press(button);
         for (int i = 0; i < steps; ++i)
             move(dx, dy);
-        release(BTN_RIGHT);
+        release(button);
     }
 
+    // Waits, where udev runs, until udev has forgotten the node: the kernel hands its name to the
+    // next device, which must not be read with this one's properties.
     void unplug()
     {
-        if (m_device != nullptr)
-            libevdev_uinput_destroy(m_device);
+        if (m_device == nullptr)
+            return;
+        struct stat node {};
+        const bool known = ::stat(m_node.toUtf8().constData(), &node) == 0;
+        libevdev_uinput_destroy(m_device);
         m_device = nullptr;
+        if (!known || access("/run/udev/control", F_OK) != 0)
+            return;
+        const std::string database
+            = "/run/udev/data/c" + std::to_string(major(node.st_rdev)) + ":" + std::to_string(minor(node.st_rdev));
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (access(database.c_str(), F_OK) == 0 && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10)); // polling udev's database
     }
 
     // Waits until udev has described the node (its rules ran), when a udev daemon runs at all.

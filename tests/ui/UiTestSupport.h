@@ -73,7 +73,7 @@ struct Shown
 struct TrayFixture
 {
     RecordingPlatform platform;
-    GrabScrollManager manager { platform, platform, platform };
+    GrabScrollManager manager { platform, platform };
     EngineControl input { manager };
     WindowRecorder window;
     int manualChecks = 0;
