@@ -44,6 +44,25 @@ QString accessNeededTitle();
 QString accessNeededMessage();
 QString noMouseConnected();
 
+// The Advanced page of the preferences window.
+QString advanced();
+QString back();
+QString scrollButton();
+QString secondaryButton();
+QString middleButton();
+QString backButton();
+QString forwardButton();
+QString dragThreshold();
+QString glide();
+QString glideShort();
+QString glideLong();
+QString defaultMark();
+QString mice();
+QString notConnected();
+// The threshold slider's value: "5 pt" and its translations, the number in ASCII digits whatever
+// the language or the system's number format.
+QString pointsValue(int points);
+
 // The update message with every "%@" replaced by `version`, literally: the version is not
 // interpreted, so one that contains "%" or "%@" itself appears unchanged.
 QString updateMessage(const QString &version);

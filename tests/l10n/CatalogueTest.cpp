@@ -28,7 +28,7 @@ constexpr qsizetype maximumLength = 67;
 constexpr qsizetype maximumSentenceLength = 160;
 constexpr Key sentences[] = { Key::AccessNeededMessage };
 // The menu items and buttons that open something more end with "...".
-constexpr Key opensMore[] = { Key::Preferences, Key::CheckForUpdates };
+constexpr Key opensMore[] = { Key::Preferences, Key::CheckForUpdates, Key::Advanced };
 constexpr QChar zeroWidthNonJoiner(0x200C);
 
 // Each accessor with the key it must show, so that a crossed wire (quit() showing the preferences
@@ -64,6 +64,20 @@ const Accessor accessors[] = {
     { Key::AccessNeededTitle, &L10n::accessNeededTitle },
     { Key::AccessNeededMessage, &L10n::accessNeededMessage },
     { Key::NoMouseConnected, &L10n::noMouseConnected },
+    { Key::Advanced, &L10n::advanced },
+    { Key::Back, &L10n::back },
+    { Key::ScrollButton, &L10n::scrollButton },
+    { Key::SecondaryButton, &L10n::secondaryButton },
+    { Key::MiddleButton, &L10n::middleButton },
+    { Key::BackButton, &L10n::backButton },
+    { Key::ForwardButton, &L10n::forwardButton },
+    { Key::DragThreshold, &L10n::dragThreshold },
+    { Key::Glide, &L10n::glide },
+    { Key::GlideShort, &L10n::glideShort },
+    { Key::GlideLong, &L10n::glideLong },
+    { Key::DefaultMark, &L10n::defaultMark },
+    { Key::Mice, &L10n::mice },
+    { Key::NotConnected, &L10n::notConnected },
 };
 
 // The texts that take a value, each accessor called with one, and what must stand in place of the
@@ -76,6 +90,7 @@ struct Formatted
 };
 const Formatted formatted[] = {
     { Key::UpdateMessage, [] { return L10n::updateMessage(u"10.2%1%@-beta"_s); }, u"10.2%1%@-beta" },
+    { Key::PointsValue, [] { return L10n::pointsValue(12); }, u"12" },
 };
 static_assert(std::size(accessors) + std::size(formatted) == keyCount);
 
