@@ -91,11 +91,11 @@ const Accessor accessors[] = {
 // "%@". Text values carry "%" and "%@" of their own, which must come out unchanged.
 struct Formatted
 {
-    Key key;
-    QString (*text)();
+    Key key = Key::UpdateMessage;
+    QString (*text)() = nullptr;
     QStringView shown;
 };
-const Formatted formatted[] = {
+constexpr Formatted formatted[] = {
     { Key::UpdateMessage, [] { return L10n::updateMessage(u"10.2%1%@-beta"_s); }, u"10.2%1%@-beta" },
     { Key::PointsValue, [] { return L10n::pointsValue(12); }, u"12" },
     { Key::AddAppCountdown, [] { return L10n::addAppCountdown(3); }, u"3" },
