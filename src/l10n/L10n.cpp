@@ -47,11 +47,42 @@ QString noUpdateTitle() { return tr(Key::NoUpdateTitle); }
 QString noUpdateMessage() { return tr(Key::NoUpdateMessage); }
 QString download() { return tr(Key::Download); }
 QString later() { return tr(Key::Later); }
+QString waitingForAccess() { return tr(Key::WaitingForAccess); }
+QString accessNeededTitle() { return tr(Key::AccessNeededTitle); }
+QString accessNeededMessage() { return tr(Key::AccessNeededMessage); }
+QString noMouseConnected() { return tr(Key::NoMouseConnected); }
+QString advanced() { return tr(Key::Advanced); }
+QString back() { return tr(Key::Back); }
+QString scrollButton() { return tr(Key::ScrollButton); }
+QString secondaryButton() { return tr(Key::SecondaryButton); }
+QString middleButton() { return tr(Key::MiddleButton); }
+QString backButton() { return tr(Key::BackButton); }
+QString forwardButton() { return tr(Key::ForwardButton); }
+QString dragThreshold() { return tr(Key::DragThreshold); }
+QString glide() { return tr(Key::Glide); }
+QString glideShort() { return tr(Key::GlideShort); }
+QString glideLong() { return tr(Key::GlideLong); }
+QString defaultMark() { return tr(Key::DefaultMark); }
+QString mice() { return tr(Key::Mice); }
+QString notConnected() { return tr(Key::NotConnected); }
+QString excludedApps() { return tr(Key::ExcludedApps); }
+QString addAppUnderPointer() { return tr(Key::AddAppUnderPointer); }
+QString remove() { return tr(Key::Remove); }
+QString appSourceMissing() { return tr(Key::AppSourceMissing); }
+QString appSourceHint() { return tr(Key::AppSourceHint); }
+QString enableGnomeExtension() { return tr(Key::EnableGnomeExtension); }
+QString noAppUnderPointer() { return tr(Key::NoAppUnderPointer); }
 
 QString updateMessage(const QString &version)
 {
     // QString::replace never rescans what it inserted, so a "%@" inside the version stays as it is.
     return tr(Key::UpdateMessage).replace(placeholder, version);
 }
+
+QString addAppCountdown(int seconds) { return tr(Key::AddAppCountdown).replace(placeholder, QString::number(seconds)); }
+
+QString appAdded(const QString &app) { return tr(Key::AppAdded).replace(placeholder, app); }
+
+QString pointsValue(int points) { return tr(Key::PointsValue).replace(placeholder, QString::number(points)); }
 
 } // namespace kestrix::L10n
