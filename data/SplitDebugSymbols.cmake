@@ -7,7 +7,11 @@ find_program(KESTRIX_READELF readelf REQUIRED)
 
 execute_process(COMMAND dpkg --print-architecture OUTPUT_VARIABLE architecture OUTPUT_STRIP_TRAILING_WHITESPACE
   COMMAND_ERROR_IS_FATAL ANY)
-file(GLOB_RECURSE programs LIST_DIRECTORIES false "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/bin/kestrix")
+file(GLOB_RECURSE programs LIST_DIRECTORIES false "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/kestrix")
+list(FILTER programs INCLUDE REGEX "/bin/kestrix$")
+if(NOT programs)
+  message(FATAL_ERROR "Kestrix: no bin/kestrix staged in ${CPACK_TEMPORARY_INSTALL_DIRECTORY}")
+endif()
 foreach(program IN LISTS programs)
   execute_process(COMMAND ${KESTRIX_READELF} -S --wide ${program} OUTPUT_VARIABLE sections COMMAND_ERROR_IS_FATAL ANY)
   set(symbols "${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_NAME}_${CPACK_PACKAGE_VERSION}_${architecture}.debug")
