@@ -19,6 +19,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <optional>
 #include <variant>
 
@@ -34,22 +35,18 @@ class UpdateRequestTest : public QObject
     QTemporaryDir m_home;
     QString m_downloads;
 
-private Q_SLOTS:
-    // What Qt sends on its own besides these, none of it about the user, is Host and Connection.
+    // Nothing about the user: Qt adds only Host and Connection of its own.
     static void expectPlainHeaders(const HttpRequest &request)
     {
-        QStringList names;
-        for (auto it = request.headers.begin(); it != request.headers.end(); ++it)
-            names << QString::fromLatin1(it.key());
-        names.sort();
-        QCOMPARE(names,
-            (QStringList { u"accept-encoding"_s, u"accept-language"_s, u"connection"_s, u"host"_s, u"user-agent"_s }));
-        QCOMPARE(request.headers.value("user-agent"), QByteArray("Kestrix/1.0.1"));
-        QCOMPARE(request.headers.value("accept-language"), QByteArray("*"));
-        QCOMPARE(request.headers.value("accept-encoding"), QByteArray("identity"));
+        QList<QByteArray> names = request.headers.keys();
+        std::sort(names.begin(), names.end());
+        QCOMPARE(
+            names, (QList<QByteArray> { "accept-encoding", "accept-language", "connection", "host", "user-agent" }));
+        QCOMPARE(request.headers.value("user-agent") + ' ' + request.headers.value("accept-language") + ' '
+                + request.headers.value("accept-encoding"),
+            QByteArray("Kestrix/1.0.1 * identity"));
     }
 
-    // Runs one update check to its end.
     static UpdateResult fetch(UpdateRequest::Limits limits = {})
     {
         std::optional<UpdateResult> result;
@@ -59,6 +56,7 @@ private Q_SLOTS:
         return *result;
     }
 
+private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
@@ -82,7 +80,6 @@ private Q_SLOTS:
             << int(HttpResponse::Answer) << reply.leftJustified(mib + 1, ' ') << 0 << false;
         QTest::newRow("endless") << int(HttpResponse::Endless) << QByteArray(64 * 1024, ' ') << 0 << false;
         QTest::newRow("never answers") << int(HttpResponse::Hang) << QByteArray() << 300 << false;
-        QTest::newRow("answers part, then stalls") << int(HttpResponse::Stall) << reply << 300 << false;
     }
 
     void updateReplyWithinBounds()
