@@ -8,9 +8,10 @@
 // ensureAccessibility() checks that, asks the system once when it is missing, and then checks again
 // once a second until it works; only then does it hand control back through the continuation.
 //
-// The one prompt is the desktop's own: a polkit authentication (pkexec) for the helper that installs
-// Kestrix's udev rule, reloads udev and re-triggers the input devices. The rule gives the user at
-// the seat access to mice and /dev/uinput only, never to keyboards.
+// The one prompt is the desktop's own: a polkit authentication (pkexec) for the installed helper
+// that installs Kestrix's udev rule, reloads udev and re-triggers the input devices. The rule gives
+// the user at the seat access to mice and /dev/uinput, never to keyboards; /dev/uinput lets any
+// process of that user create virtual input devices, keyboards included.
 namespace kestrix::AccessibilityHelper {
 
 // The two questions asked of the system. Tests answer them themselves.
@@ -33,8 +34,13 @@ Access systemAccess();
 void ensureAccessibility(std::function<void()> completion);
 void ensureAccessibility(std::function<void()> completion, Access access);
 
-// The rule helper pkexec runs: the installed one, else (Kestrix run from its build folder) the
-// build folder's copy; empty when neither exists.
+// The canonical form of `path` when it names an executable file that only root can change: it and
+// every folder above it are owned by root and writable by no one else. Empty otherwise. pkexec is
+// given nothing else, so no file a user can write is ever run as root.
+QString rootOnlyExecutable(const QString &path);
+
+// The installed rule helper as rootOnlyExecutable() finds it; empty when it is not installed (a
+// Kestrix started from its source tree: scripts/run offers the same step through sudo).
 QString ruleHelperPath();
 
 } // namespace kestrix::AccessibilityHelper

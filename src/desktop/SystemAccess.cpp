@@ -6,8 +6,11 @@
 #include "linux/InputAccess.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+
+#include <sys/stat.h>
 
 namespace kestrix::AccessibilityHelper {
 
@@ -15,11 +18,24 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// Where Debian's pkexec lives; never looked up through PATH, which the user's session controls.
+constexpr QLatin1StringView pkexecPath = "/usr/bin/pkexec"_L1;
 // pkexec's own exit statuses: the dialog was dismissed, or no authorisation was given.
 constexpr int pkexecDismissed = 126;
 constexpr int pkexecNotAuthorized = 127;
 
 void logPromptLine(const QString &text) { Log::write(("[Kestrix] Input permission: "_L1 + text).toStdString()); }
+
+// Owned by root and writable by no one else, looked at without following a link.
+bool rootOnly(const QString &path, bool directory)
+{
+    struct stat status
+    { };
+    if (::lstat(QFile::encodeName(path).constData(), &status) != 0)
+        return false;
+    const bool rightType = directory ? S_ISDIR(status.st_mode) : S_ISREG(status.st_mode);
+    return rightType && status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
 
 // Runs pkexec without waiting: the event loop, and with it the once-a-second check, keeps running
 // while the user reads the dialog. The outcome is only logged; the checks see the result.
@@ -27,7 +43,13 @@ void startPrompt()
 {
     const QString helper = ruleHelperPath();
     if (helper.isEmpty()) {
-        logPromptLine(u"the udev rule helper is not installed (" KESTRIX_INSTALLED_RULE_HELPER ")"_s);
+        logPromptLine(u"the udev rule helper is not installed as " KESTRIX_INSTALLED_RULE_HELPER
+                      " (from a source tree, scripts/run grants access with sudo)"_s);
+        return;
+    }
+    const QString pkexec = rootOnlyExecutable(pkexecPath);
+    if (pkexec.isEmpty()) {
+        logPromptLine(u"cannot ask for it: "_s + pkexecPath + u" is missing (Debian package pkexec)"_s);
         return;
     }
     auto *process = new QProcess(QCoreApplication::instance());
@@ -49,19 +71,30 @@ void startPrompt()
             Log::debug("[Kestrix] Input permission: udev rule installed");
         process->deleteLater();
     });
-    process->start(u"pkexec"_s, { helper });
+    process->start(pkexec, { helper });
 }
 
 } // namespace
 
-QString ruleHelperPath()
+QString rootOnlyExecutable(const QString &path)
 {
-    for (const QString &candidate : { u"" KESTRIX_INSTALLED_RULE_HELPER ""_s, u"" KESTRIX_BUILD_RULE_HELPER ""_s }) {
-        if (QFileInfo(candidate).isExecutable())
-            return candidate;
+    if (!QDir::isAbsolutePath(path))
+        return {};
+    // The canonical path is the one checked and the one run: a link on the way, wherever it lives,
+    // cannot point elsewhere between the check and the start.
+    const QFileInfo file(path);
+    const QString canonical = file.canonicalFilePath();
+    if (canonical.isEmpty() || !file.isExecutable() || !rootOnly(canonical, false))
+        return {};
+    for (QDir folder = QFileInfo(canonical).dir();; folder.cdUp()) {
+        if (!rootOnly(folder.path(), true))
+            return {};
+        if (folder.isRoot())
+            return canonical;
     }
-    return {};
 }
+
+QString ruleHelperPath() { return rootOnlyExecutable(u"" KESTRIX_INSTALLED_RULE_HELPER ""_s); }
 
 Access systemAccess()
 {

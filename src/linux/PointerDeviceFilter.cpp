@@ -17,6 +17,21 @@ bool isSet(udev_device *device, const char *property)
 
 bool contains(const char *text, const char *part) { return text != nullptr && std::strstr(text, part) != nullptr; }
 
+// What udev's input_id marks as ID_INPUT_KEY, so a node udev has not described is judged as the udev
+// rule and classify(udev_device *) would judge it: any key code below the buttons; failing that,
+// any in the two blocks of keys above them. Buttons (BTN_*) alone are no keys.
+bool reportsKeys(const libevdev *device)
+{
+    const auto anyIn = [device](unsigned first, unsigned end) {
+        for (unsigned code = first; code < end; ++code) {
+            if (libevdev_has_event_code(device, EV_KEY, code) != 0)
+                return true;
+        }
+        return false;
+    };
+    return anyIn(KEY_ESC, BTN_MISC) || anyIn(KEY_OK, BTN_DPAD_UP) || anyIn(KEY_ALS_TOGGLE, BTN_TRIGGER_HAPPY);
+}
+
 } // namespace
 
 std::string twinPhys(const char *sourcePhys)
@@ -48,9 +63,13 @@ Verdict classify(udev_device *device)
     if (isSet(device, "ID_INPUT_TOUCHPAD") || isSet(device, "ID_INPUT_TABLET") || isSet(device, "ID_INPUT_TOUCHSCREEN")
         || isSet(device, "ID_INPUT_JOYSTICK"))
         return Verdict::Other;
-    if (!isSet(device, "ID_INPUT_MOUSE") && !isSet(device, "ID_INPUT_POINTINGSTICK"))
+    // The same nodes as the udev rule (data/70-kestrix.rules) opens up, so access never waits on
+    // a node the rule leaves closed. udev marks pointing sticks with buttons as mice too.
+    if (!isSet(device, "ID_INPUT_MOUSE"))
         return Verdict::Other;
-    if (isSet(device, "ID_INPUT_KEYBOARD"))
+    // ID_INPUT_KEY, not ID_INPUT_KEYBOARD: udev calls a node a keyboard only when it has every key
+    // from Esc to S, and a node with all letters but no Esc can still type.
+    if (isSet(device, "ID_INPUT_KEY") || isSet(device, "ID_INPUT_KEYBOARD"))
         return Verdict::PointerKeyboard;
     return Verdict::Pointer;
 }
@@ -65,7 +84,7 @@ Verdict classify(const libevdev *device)
     // Absolute axes mean a touchpad, tablet or touchscreen, whatever else the node reports.
     if (!pointer || libevdev_has_event_type(device, EV_ABS) != 0)
         return Verdict::Other;
-    if (libevdev_has_event_code(device, EV_KEY, KEY_A) != 0 && libevdev_has_event_code(device, EV_KEY, KEY_Z) != 0)
+    if (reportsKeys(device))
         return Verdict::PointerKeyboard;
     return Verdict::Pointer;
 }

@@ -66,7 +66,8 @@ void send(const QString &eventName, const QJsonObject &params)
     const QJsonObject event { { "name"_L1, eventName }, { "params"_L1, params } };
     const QJsonObject body { { "client_id"_L1, clientId() }, { "events"_L1, QJsonArray { event } } };
 
-    QNetworkRequest request(url);
+    // No user agent of Kestrix's own: the event says which version sent it.
+    QNetworkRequest request = Network::request(url, false);
     request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
     request.setTransferTimeout(requestTimeoutMs);
     // The reply is never read: the manager deletes it when it finishes, whatever the outcome.

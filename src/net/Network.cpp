@@ -1,10 +1,12 @@
 #include "net/Network.h"
 
 #include "core/Log.h"
+#include "net/AppInfo.h"
 
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QNetworkRequest>
 #include <QPointer>
 #include <QThread>
 
@@ -59,6 +61,18 @@ QUrl baseUrl(const char *variable, QLatin1StringView builtIn)
         return {};
     }
     return url;
+}
+
+QNetworkRequest request(const QUrl &url, bool identifyKestrix)
+{
+    QNetworkRequest request(url);
+    if (identifyKestrix)
+        request.setRawHeader("User-Agent", "Kestrix/" + QByteArray(AppInfo::version.data(), AppInfo::version.size()));
+    request.setRawHeader("Accept-Language", "*");
+    request.setRawHeader("Accept-Encoding", "identity");
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    return request;
 }
 
 QUrl joinUrl(const QUrl &base, QLatin1StringView pathAndQuery)

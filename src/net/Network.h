@@ -5,6 +5,7 @@
 
 class QNetworkAccessManager;
 class QNetworkReply;
+class QNetworkRequest;
 
 // What every conversation of Kestrix with a server shares.
 //
@@ -30,6 +31,12 @@ bool serverAnswered(const QNetworkReply &reply);
 // yields an invalid QUrl: then that server is not contacted at all, rather than contacting the
 // built-in host someone meant to replace.
 QUrl baseUrl(const char *variable, QLatin1StringView builtIn);
+
+// A request that tells the server nothing about the user. Qt always sends a User-Agent and an
+// Accept-Language; they carry "Kestrix/1.0.1" (or, with `identifyKestrix` false, Qt's generic one)
+// and "*" instead of the user's locale. Accept-Encoding is "identity", so no compressed reply can
+// expand in memory; cookies are neither stored nor sent.
+QNetworkRequest request(const QUrl &url, bool identifyKestrix);
 
 // `base` with `pathAndQuery` (starting with "/") appended to its path. Invalid when `base` is.
 QUrl joinUrl(const QUrl &base, QLatin1StringView pathAndQuery);

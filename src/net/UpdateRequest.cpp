@@ -11,7 +11,9 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
 
+#include <memory>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -75,17 +77,31 @@ QUrl serverBaseUrl()
 
 QUrl checkUrl() { return Network::joinUrl(serverBaseUrl(), AppInfo::updateQuery); }
 
-void fetchUpdate(std::function<void(const UpdateResult &)> completion)
+void fetchUpdate(std::function<void(const UpdateResult &)> completion, Limits limits)
 {
     const QUrl url = checkUrl();
     if (!url.isValid())
         return;
     QNetworkAccessManager &manager = Network::manager();
-    QNetworkReply *reply = manager.get(QNetworkRequest(url));
-    QObject::connect(reply, &QNetworkReply::finished, &manager, [reply, completion = std::move(completion)] {
-        UpdateResult result = Network::serverAnswered(*reply)
+    QNetworkReply *reply = manager.get(Network::request(url, true));
+    // Why a reply was cut off, for the debug line; empty while it runs within its limits.
+    auto cutOff = std::make_shared<QString>();
+    QObject::connect(
+        reply, &QNetworkReply::downloadProgress, reply, [reply, cutOff, limits](qint64 received, qint64 total) {
+            if (cutOff->isEmpty() && (received > limits.maxReplyBytes || total > limits.maxReplyBytes)) {
+                *cutOff = u"the reply is larger than %1 bytes"_s.arg(limits.maxReplyBytes);
+                reply->abort();
+            }
+        });
+    QTimer::singleShot(limits.timeout, reply, [reply, cutOff, limits] {
+        *cutOff = u"no complete reply within %1 ms"_s.arg(limits.timeout.count());
+        reply->abort();
+    });
+    QObject::connect(reply, &QNetworkReply::finished, &manager, [reply, cutOff, completion = std::move(completion)] {
+        UpdateResult result = cutOff->isEmpty() && Network::serverAnswered(*reply)
             ? decodeUpdateResponse(reply->readAll())
-            : UpdateResult(UpdateError { UpdateError::Kind::Transport, reply->errorString() });
+            : UpdateResult(
+                UpdateError { UpdateError::Kind::Transport, cutOff->isEmpty() ? reply->errorString() : *cutOff });
         // Queued, so that the completion runs from the event loop itself, after the reply's
         // signal handling has unwound: it may open a modal dialog with its own event loop.
         QMetaObject::invokeMethod(

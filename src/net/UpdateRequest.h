@@ -4,6 +4,7 @@
 #include <QString>
 #include <QUrl>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -55,12 +56,20 @@ QUrl serverBaseUrl();
 // the base was refused.
 QUrl checkUrl();
 
+// What a reply may cost at most. A reply that passes either limit counts as no answer (Transport),
+// so a hostile or broken server can make the check show nothing, and nothing more.
+struct Limits
+{
+    qint64 maxReplyBytes = qint64(1) << 20; // the body as received; the real reply is a few hundred bytes
+    std::chrono::milliseconds timeout { 30'000 }; // from the request to the end of the reply
+};
+
 // Starts one GET of checkUrl() and returns at once. `completion` is called exactly once, on the
 // main thread, from the event loop after the transfer has ended (never from inside the network
 // layer's own signal handling, so it may run a modal dialog). The HTTP status is not examined:
-// any status whose body decodes is an answer. No headers, cookies or time-out of Kestrix's own.
-// When checkUrl() is invalid nothing is sent and `completion` is never called.
-void fetchUpdate(std::function<void(const UpdateResult &)> completion);
+// any status whose body decodes is an answer. The request says nothing about the user
+// (Network::request). When checkUrl() is invalid nothing is sent and `completion` is never called.
+void fetchUpdate(std::function<void(const UpdateResult &)> completion, Limits limits = {});
 
 } // namespace UpdateRequest
 } // namespace kestrix

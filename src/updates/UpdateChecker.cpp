@@ -21,6 +21,10 @@ namespace {
 
 enum class Mode : std::uint8_t { Manual, Silent };
 
+// Characters of release notes shown at most, in UTF-16 units: a label laid out with megabytes of
+// text freezes the interface for seconds.
+constexpr qsizetype maxNotesShown = 10'000;
+
 void check(Mode mode)
 {
     UpdateRequest::fetchUpdate([mode](const UpdateResult &result) {
@@ -47,9 +51,16 @@ void checkSilently() { check(Mode::Silent); }
 QString updateAlertBody(const QString &version, const std::optional<QString> &notes)
 {
     QString body = L10n::updateMessage(version);
-    if (notes)
-        body += "\n\n"_L1 + *notes;
-    return body;
+    if (!notes)
+        return body;
+    body += "\n\n"_L1;
+    if (notes->size() <= maxNotesShown)
+        return body + *notes;
+    // Cut between characters, never inside a surrogate pair.
+    qsizetype cut = maxNotesShown;
+    if (notes->at(cut - 1).isHighSurrogate())
+        --cut;
+    return body + notes->first(cut) + QChar(0x2026);
 }
 
 void showUpdateAlert(

@@ -23,12 +23,12 @@ void showUpdateAlert(
     const QString &version, const std::optional<QString> &notes, const std::optional<QString> &downloadUrl);
 // "No Updates", modal, with one button whose text is always "OK".
 void showNoUpdateAlert();
-// Downloads the installer into the Downloads folder, replacing a file of the same name, then hands
-// it to the desktop's default handler for its type. Returns at once.
+// Downloads the installer into the Downloads folder, replacing a file of the same name, then, once
+// it is in place, hands it to the desktop's default handler for its type. Returns at once.
 void downloadDMG(const QUrl &from);
 
 // The offer's body: the update message for `version`, then, when there are notes (even empty
-// ones), two line feeds and the notes as they are.
+// ones), two line feeds and the notes as they are, cut after 10,000 characters with an ellipsis.
 QString updateAlertBody(const QString &version, const std::optional<QString> &notes);
 
 } // namespace kestrix::UpdateChecker

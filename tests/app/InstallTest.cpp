@@ -1,6 +1,7 @@
 // What installing puts on the machine, through the Debian package (CPack runs the same install rules
-// as `cmake --install`, into its own staging folder): every file where a desktop looks for it, and
-// the installed paths that the files name agreeing with each other.
+// as `cmake --install`, into its own staging folder): every file where a desktop looks for it, the
+// installed paths that the files name agreeing with each other, no path into the build folder in
+// the program, and Debian's own checker (lintian) finding nothing a maintainer would fix.
 
 #include <QDir>
 #include <QFile>
@@ -80,7 +81,8 @@ private Q_SLOTS:
         const QStringList files { u"share/applications/com.orvane.kestrix.desktop"_s,
             u"share/icons/hicolor/scalable/apps/com.orvane.kestrix.svg"_s,
             u"share/icons/hicolor/scalable/apps/com.orvane.kestrix-symbolic.svg"_s, u"share/kestrix/70-kestrix.rules"_s,
-            u"share/kestrix/kestrix-uinput.conf"_s, u"share/polkit-1/actions/com.orvane.kestrix.policy"_s };
+            u"share/kestrix/kestrix-uinput.conf"_s, u"share/polkit-1/actions/com.orvane.kestrix.policy"_s,
+            u"share/man/man1/kestrix.1.gz"_s, u"share/doc/kestrix/copyright"_s, u"share/doc/kestrix/changelog.gz"_s };
         for (const QString &path : executables + files) {
             const QFileInfo file(installed(path));
             QVERIFY2(file.isFile(), qPrintable(path));
@@ -113,6 +115,47 @@ private Q_SLOTS:
         // The uaccess tag works only in a rules file that sorts after 60-input-id.rules (which marks
         // mice) and before 73-seat-late.rules (which turns the tag into access).
         QVERIFY(helper.contains("rule_target=/etc/udev/rules.d/70-kestrix.rules\n"));
+    }
+
+    // pkexec must never be pointed at the build folder, which its user can write. A sanitizer build
+    // keeps the names of its source files for its reports; nothing else may name the folder.
+    void programNamesNoBuildFolderPath()
+    {
+        const QByteArray program = readAll(installed(u"bin/kestrix"_s));
+        QVERIFY(!program.isEmpty());
+        // Qt's u""_s literals are UTF-16; the compiler's own file names are UTF-8.
+        const QString buildDir = QStringLiteral(KESTRIX_BUILD_DIR "/");
+        const QByteArray utf16(reinterpret_cast<const char *>(buildDir.utf16()), buildDir.size() * 2);
+        QVERIFY2(!program.contains(utf16), "a Qt string names the build folder");
+        for (qsizetype at = program.indexOf(buildDir.toUtf8()); at >= 0;
+             at = program.indexOf(buildDir.toUtf8(), at + 1)) {
+            const QByteArray text = program.mid(at, program.indexOf('\0', at) - at);
+            QVERIFY2(KESTRIX_SANITIZED && (text.endsWith(".cpp") || text.endsWith(".h")), text.constData());
+        }
+    }
+
+    void lintianFindsNothingToFix()
+    {
+        const QString lintian = QStandardPaths::findExecutable(u"lintian"_s);
+        if (lintian.isEmpty())
+            QSKIP("lintian is not installed (scripts/deps test installs it): the package was not checked");
+        QProcess process;
+        // Lintian judges a package for /usr; a build for another prefix is packed for /usr once more.
+        QString package = m_package;
+        if (m_prefix != "/usr"_L1) {
+            const QString folder = m_work.path() + "/usr-package"_L1;
+            bool ok = false;
+            const QByteArray cpack = run(QStringLiteral(KESTRIX_CPACK),
+                { u"-G"_s, u"DEB"_s, u"-B"_s, folder, u"-D"_s, u"CPACK_PACKAGING_INSTALL_PREFIX=/usr"_s, u"--config"_s,
+                    QStringLiteral(KESTRIX_BUILD_DIR) + "/CPackConfig.cmake"_L1 },
+                &ok);
+            QVERIFY2(ok, cpack.constData());
+            package = folder + u'/' + QDir(folder).entryList({ u"kestrix_*.deb"_s }).value(0);
+        }
+        process.start(lintian, { u"--fail-on"_s, u"error,warning"_s, package });
+        QVERIFY(process.waitForFinished(300000));
+        const QByteArray report = process.readAllStandardOutput() + process.readAllStandardError();
+        QVERIFY2(process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0, report.constData());
     }
 
     void launcherIsAValidDesktopEntry()

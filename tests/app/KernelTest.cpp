@@ -3,6 +3,7 @@
 // program, ended by SIGTERM, gives the mouse back.
 
 #include "RunningKestrix.h"
+#include "linux/PointerDeviceFilter.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -23,7 +24,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-enum class Kind { Mouse, KeyboardAndMouse, Touchpad, Keyboard };
+enum class Kind { Mouse, KeyboardAndMouse, LettersAndMouse, Touchpad, Keyboard };
 
 // A uinput device made for the test; destroyed with the object.
 class TestDevice
@@ -36,7 +37,7 @@ public:
         libevdev_set_id_bustype(dev, BUS_USB);
         libevdev_set_id_vendor(dev, 0x1234);
         libevdev_set_id_product(dev, 0x5678);
-        const bool pointer = kind == Kind::Mouse || kind == Kind::KeyboardAndMouse;
+        const bool pointer = kind == Kind::Mouse || kind == Kind::KeyboardAndMouse || kind == Kind::LettersAndMouse;
         if (pointer) {
             for (const int code : { REL_X, REL_Y, REL_WHEEL })
                 libevdev_enable_event_code(dev, EV_REL, unsigned(code), nullptr);
@@ -46,6 +47,12 @@ public:
         if (kind == Kind::KeyboardAndMouse || kind == Kind::Keyboard) {
             // udev calls a device a keyboard when it has every key from Esc to D.
             for (int code = KEY_ESC; code <= KEY_D; ++code)
+                libevdev_enable_event_code(dev, EV_KEY, unsigned(code), nullptr);
+        }
+        if (kind == Kind::LettersAndMouse) {
+            // Every letter but no Esc: udev marks it ID_INPUT_KEY, never ID_INPUT_KEYBOARD.
+            for (const int code : { KEY_Q, KEY_W, KEY_E, KEY_R, KEY_T, KEY_Y, KEY_U, KEY_I, KEY_O, KEY_P, KEY_A, KEY_S,
+                     KEY_D, KEY_F, KEY_G, KEY_H, KEY_J, KEY_K, KEY_L, KEY_Z, KEY_X, KEY_C, KEY_V, KEY_B, KEY_N, KEY_M })
                 libevdev_enable_event_code(dev, EV_KEY, unsigned(code), nullptr);
         }
         if (kind == Kind::Touchpad) {
@@ -85,6 +92,7 @@ struct UdevView
 {
     bool initialized = false;
     QStringList tags;
+    bool pointerToKestrix = false; // what Kestrix's device filter makes of udev's description
 };
 
 UdevView udevView(const char *subsystem, const QString &sysname)
@@ -95,6 +103,8 @@ UdevView udevView(const char *subsystem, const QString &sysname)
     udev_device *device = udev_device_new_from_subsystem_sysname(context, subsystem, sysname.toUtf8().constData());
     if (device != nullptr) {
         view.initialized = udev_device_get_is_initialized(device) > 0;
+        view.pointerToKestrix
+            = kestrix::PointerDeviceFilter::classify(device) == kestrix::PointerDeviceFilter::Verdict::Pointer;
         udev_list_entry *entry = nullptr;
         udev_list_entry_foreach(entry, udev_device_get_tags_list_entry(device)) view.tags
             += QString::fromUtf8(udev_list_entry_get_name(entry));
@@ -174,13 +184,16 @@ private Q_SLOTS:
         QVERIFY(udevView("misc", u"uinput"_s).tags.contains(u"uaccess"_s));
     }
 
-    // Mice only: never a node that also types, never a touchpad, never a keyboard.
+    // Mice only: never a node that also types, never a touchpad, never a keyboard. Kestrix's device
+    // filter takes the same nodes, from udev's description and from the kernel's alike: a node the
+    // rule left closed would keep Kestrix waiting for access.
     void udevRuleOpensMiceOnly_data()
     {
         QTest::addColumn<int>("kind");
         QTest::addColumn<bool>("opened");
         QTest::newRow("mouse") << int(Kind::Mouse) << true;
         QTest::newRow("keyboard and mouse on one node") << int(Kind::KeyboardAndMouse) << false;
+        QTest::newRow("every letter but no Esc, and a mouse") << int(Kind::LettersAndMouse) << false;
         QTest::newRow("touchpad") << int(Kind::Touchpad) << false;
         QTest::newRow("keyboard") << int(Kind::Keyboard) << false;
     }
@@ -195,6 +208,16 @@ private Q_SLOTS:
         const UdevView view = udevView("input", sysname);
         QVERIFY(view.initialized);
         QCOMPARE(view.tags.contains(u"uaccess"_s), opened);
+        QCOMPARE(view.pointerToKestrix, opened);
+
+        const int fd = ::open(device.node(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        libevdev *kernelView = nullptr;
+        QCOMPARE(libevdev_new_from_fd(fd, &kernelView), 0);
+        const bool pointer
+            = kestrix::PointerDeviceFilter::classify(kernelView) == kestrix::PointerDeviceFilter::Verdict::Pointer;
+        libevdev_free(kernelView);
+        ::close(fd);
+        QCOMPARE(pointer, opened);
     }
 
     // The real program grabs the mouse; SIGTERM ends it cleanly, with the grab released and the twin

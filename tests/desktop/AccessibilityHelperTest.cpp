@@ -4,6 +4,8 @@
 #include "core/Log.h"
 
 #include <QElapsedTimer>
+#include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
@@ -107,6 +109,35 @@ private Q_SLOTS:
         QTest::qWait(1500); // a poll still running would have ticked by now
         QCOMPARE(system->checks, grantAtCheck);
         QCOMPARE(system->runs, 1);
+    }
+
+    // pkexec is only ever given a file root alone can change, by the canonical path that was checked.
+    void onlyRootsFilesAreRunAsRoot_data()
+    {
+        QTest::addColumn<QString>("path"); // "TMP/..." lies in a fresh folder under /tmp
+        QTest::addColumn<QString>("runs"); // the path run, "" for none
+        const QString shell = QFileInfo(u"/bin/sh"_s).canonicalFilePath();
+        QTest::newRow("a system program") << u"/bin/sh"_s << shell;
+        QTest::newRow("a link in /tmp to it: the target runs") << u"TMP/link-to-sh"_s << shell;
+        QTest::newRow("a script in /tmp") << u"TMP/helper"_s << QString();
+        QTest::newRow("not executable") << u"/etc/passwd"_s << QString();
+        QTest::newRow("relative: found through PATH") << u"sh"_s << QString();
+        QTest::newRow("missing") << u"/usr/libexec/kestrix-no-such-helper"_s << QString();
+    }
+
+    void onlyRootsFilesAreRunAsRoot()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, runs);
+        QTemporaryDir folder(u"/tmp/kestrix-helper-XXXXXX"_s);
+        QVERIFY(QFile::link(u"/bin/sh"_s, folder.filePath(u"link-to-sh"_s)));
+        QFile helper(folder.filePath(u"helper"_s));
+        QVERIFY(helper.open(QIODevice::WriteOnly) && helper.write("#!/bin/sh\n") > 0);
+        helper.close();
+        QVERIFY(helper.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
+            | QFileDevice::ReadOther | QFileDevice::ExeOther));
+        path.replace(u"TMP"_s, folder.path());
+        QCOMPARE(AccessibilityHelper::rootOnlyExecutable(path), runs);
     }
 
     void neverGrantedKeepsCheckingAndNeverContinues()

@@ -53,8 +53,11 @@ private Q_SLOTS:
         QTest::newRow("touchpad") << mouseButtons << true << QByteArray() << DeviceVerdict::Other;
         QTest::newRow("keys and motion on one node") << (mouseButtons + QList<int> { KEY_A, KEY_Q, KEY_Z }) << false
                                                      << QByteArray() << DeviceVerdict::PointerKeyboard;
+        // Any key makes udev's ID_INPUT_KEY, which keeps the udev rule from opening the node: judged alike.
         QTest::newRow("media keys on a mouse") << (mouseButtons + QList<int> { KEY_VOLUMEUP, KEY_VOLUMEDOWN }) << false
-                                               << QByteArray() << DeviceVerdict::Pointer;
+                                               << QByteArray() << DeviceVerdict::PointerKeyboard;
+        QTest::newRow("side and extra buttons are no keys")
+            << (mouseButtons + QList<int> { BTN_SIDE, BTN_EXTRA }) << false << QByteArray() << DeviceVerdict::Pointer;
         QTest::newRow("our twin") << mouseButtons << false << QByteArray("kestrix-4B657374726978/usb-1/input0")
                                   << DeviceVerdict::KestrixTwin;
         QTest::newRow("a twin without a source phys")

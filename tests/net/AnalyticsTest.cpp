@@ -16,6 +16,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <algorithm>
 #include <utility>
 
 using namespace kestrix;
@@ -68,6 +69,13 @@ private Q_SLOTS:
                 QByteArray("POST /mp/collect?measurement_id=" KESTRIX_EXPECTED_MEASUREMENT_ID
                            "&api_secret=" KESTRIX_EXPECTED_API_SECRET " HTTP/1.1"));
             QCOMPARE(request.headers.value("content-type"), QByteArray("application/json"));
+            // Only what Qt always sends besides, and nothing of the user's: no locale, no cookie.
+            QList<QByteArray> names = request.headers.keys();
+            std::sort(names.begin(), names.end());
+            QCOMPARE(names,
+                (QList<QByteArray> { "accept-encoding", "accept-language", "connection", "content-length",
+                    "content-type", "host", "user-agent" }));
+            QCOMPARE(request.headers.value("accept-language"), QByteArray("*"));
             // Compact: not one blank or line break outside the values (none of which holds one).
             QVERIFY2(!request.body.contains(' ') && !request.body.contains('\n'), request.body.constData());
             const QString id = clientIdOf(request);

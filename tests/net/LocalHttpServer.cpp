@@ -4,6 +4,7 @@
 #include <QFile>
 #include <QHostAddress>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <utility>
 
@@ -62,17 +63,35 @@ void LocalHttpServer::readFrom(QTcpSocket *socket)
     requests.append(request);
     const QByteArray path = request.line.split(' ').value(1).split('?').first();
     const HttpResponse response = m_responses.value(path, HttpResponse { 404, "no such path" });
+    const QByteArray status = "HTTP/1.1 " + QByteArray::number(response.status) + " Test\r\n" + response.headers;
+    const QByteArray promised
+        = QByteArray::number(response.body.size() + (response.behaviour == HttpResponse::Answer ? 0 : 1000));
     switch (response.behaviour) {
     case HttpResponse::Answer:
-        socket->write("HTTP/1.1 " + QByteArray::number(response.status) + " Test\r\nContent-Length: "
-            + QByteArray::number(response.body.size()) + "\r\nConnection: close\r\n\r\n" + response.body);
-        socket->disconnectFromHost();
+    case HttpResponse::Stall:
+    case HttpResponse::Truncate:
+        socket->write(status + "Content-Length: " + promised + "\r\nConnection: close\r\n\r\n" + response.body);
+        if (response.behaviour == HttpResponse::Answer)
+            socket->disconnectFromHost();
+        else if (response.behaviour == HttpResponse::Truncate)
+            QTimer::singleShot(50, socket, &QTcpSocket::abort);
+        else
+            m_hanging.append(socket);
         break;
     case HttpResponse::Hang:
         m_hanging.append(socket);
         break;
     case HttpResponse::Close:
         socket->abort();
+        break;
+    case HttpResponse::Endless:
+        socket->write(status + "Connection: close\r\n\r\n");
+        // A little at a time, as the client takes it, so only the client's memory could grow.
+        connect(socket, &QTcpSocket::bytesWritten, socket, [socket, body = response.body] {
+            if (socket->bytesToWrite() < body.size())
+                socket->write(body);
+        });
+        socket->write(response.body);
         break;
     }
     Q_EMIT requestReceived();

@@ -31,8 +31,12 @@ struct HttpResponse
         Answer,
         Hang, // read the request, then keep the connection open without a byte of answer
         Close, // read the request, then close the connection without a byte of answer
+        Stall, // send the headers and the body, promise 1000 bytes more, and keep the connection open
+        Truncate, // as Stall, but then close the connection
+        Endless, // send the body again and again, without a length, until the client goes
     };
     Behaviour behaviour = Answer;
+    QByteArray headers = {}; // more header lines, each ending in "\r\n"
 };
 
 // One request per connection; every answer closes the connection.

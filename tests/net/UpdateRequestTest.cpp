@@ -1,7 +1,8 @@
 // The update reply's decoding rules that the end-to-end cases of tests/updates do not reach, the
-// build version in AppInfo, the server address overrides, and installer downloads against a real
-// HTTP server on 127.0.0.1 that replace a file, save an error page as it is, or are cut short and
-// keep the older file.
+// build version in AppInfo, the server address overrides, and, against a real HTTP server on
+// 127.0.0.1, what a hostile or broken server can do: replies without bounds, headers that say
+// nothing about the user, downloads that are cut short or stall (the older file kept), and names
+// that would reach outside the Downloads folder.
 
 #include "net/UpdateRequest.h"
 #include "net/AppInfo.h"
@@ -12,11 +13,14 @@
 #include "net/LocalHttpServer.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+#include <optional>
 #include <variant>
 
 using namespace kestrix;
@@ -31,12 +35,76 @@ class UpdateRequestTest : public QObject
     QTemporaryDir m_home;
     QString m_downloads;
 
+    // Nothing about the user: Qt adds only Host and Connection of its own.
+    static void expectPlainHeaders(const HttpRequest &request)
+    {
+        QList<QByteArray> names = request.headers.keys();
+        std::sort(names.begin(), names.end());
+        QCOMPARE(
+            names, (QList<QByteArray> { "accept-encoding", "accept-language", "connection", "host", "user-agent" }));
+        QCOMPARE(request.headers.value("user-agent") + ' ' + request.headers.value("accept-language") + ' '
+                + request.headers.value("accept-encoding"),
+            QByteArray("Kestrix/1.0.1 * identity"));
+    }
+
+    static UpdateResult fetch(UpdateRequest::Limits limits = {})
+    {
+        std::optional<UpdateResult> result;
+        UpdateRequest::fetchUpdate([&result](const UpdateResult &r) { result = r; }, limits);
+        if (!QTest::qWaitFor([&result] { return result.has_value(); }, 60000))
+            qFatal("the update check never ended");
+        return *result;
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_home.isValid());
+        qputenv("HOME", m_home.path().toUtf8());
         m_downloads = m_home.filePath(u"My Downloads"_s);
         setDownloadsFolder(m_downloads);
+    }
+
+    // A reply past 1 MiB, or one that takes longer than the time-out, is no answer; a cookie it sets
+    // is never sent back.
+    void updateReplyWithinBounds_data()
+    {
+        QTest::addColumn<int>("behaviour");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<int>("timeoutMs"); // 0: the real limit
+        QTest::addColumn<bool>("answered");
+        const QByteArray reply = json("{'updateAvailable':false,'latestVersion':'1.0.1'}");
+        const qsizetype mib = qsizetype(1) << 20;
+        QTest::newRow("exactly 1 MiB") << int(HttpResponse::Answer) << reply.leftJustified(mib, ' ') << 0 << true;
+        QTest::newRow("1 MiB and a byte")
+            << int(HttpResponse::Answer) << reply.leftJustified(mib + 1, ' ') << 0 << false;
+        QTest::newRow("endless") << int(HttpResponse::Endless) << QByteArray(64 * 1024, ' ') << 0 << false;
+        QTest::newRow("never answers") << int(HttpResponse::Hang) << QByteArray() << 300 << false;
+    }
+
+    void updateReplyWithinBounds()
+    {
+        QFETCH(int, behaviour);
+        QFETCH(QByteArray, body);
+        QFETCH(int, timeoutMs);
+        QFETCH(bool, answered);
+        m_server.requests.clear();
+        m_server.setResponse(
+            "/checkUpdate/", { 200, body, HttpResponse::Behaviour(behaviour), "Set-Cookie: id=tracked; Path=/\r\n" });
+        UpdateRequest::Limits limits;
+        if (timeoutMs > 0)
+            limits.timeout = std::chrono::milliseconds(timeoutMs);
+        const UpdateResult result = fetch(limits);
+        m_server.closeUnanswered();
+        const auto *error = std::get_if<UpdateError>(&result);
+        QCOMPARE(error == nullptr, answered);
+        if (error != nullptr)
+            QCOMPARE(error->kind, UpdateError::Kind::Transport);
+        m_server.setResponse("/checkUpdate/", { 200, "{}" });
+        fetch(); // again, after the cookie was offered
+        QVERIFY(m_server.requests.size() >= 2);
+        for (const HttpRequest &request : std::as_const(m_server.requests))
+            expectPlainHeaders(request);
     }
 
     void appInfoAgreesWithTheBuildVersion()
@@ -135,33 +203,108 @@ private Q_SLOTS:
         QCOMPARE(destination, m_downloads + u'/' + fileName);
         writeFile(destination, "an older download");
 
+        m_server.requests.clear();
         QStringList saved;
         InstallerDownload::download(url, [&saved](const QString &file) { saved << file; });
         QTRY_COMPARE(saved, QStringList { destination });
         QCOMPARE(readFile(destination), body);
+        expectPlainHeaders(m_server.requests.constFirst());
         // Nothing left behind beside the file.
         QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files), QStringList { fileName });
     }
 
-    void downloadCutShortKeepsTheOldFile()
+    // Nothing but a regular file of Kestrix's own lands in the Downloads folder, and nothing outside it
+    // changes: a link of the destination's name is replaced, never written through; a hidden name is
+    // refused before anything is sent.
+    void downloadStaysInsideDownloads_data()
     {
-        m_server.setResponse("/files/Hangs.dmg", { 200, "new", HttpResponse::Hang });
-        const QString destination = m_downloads + "/Hangs.dmg"_L1;
-        writeFile(destination, "an older download");
-        const QStringList before = QDir(m_downloads).entryList(QDir::Files);
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QString>("linkTo"); // the destination is a link to this file outside; "" none
+        QTest::addColumn<bool>("saved");
+        QTest::newRow("link to a file outside") << QByteArray("Kestrix.dmg") << u"victim"_s << true;
+        QTest::newRow("link to no file yet") << QByteArray("Kestrix.dmg") << u"absent"_s << true;
+        QTest::newRow("hidden file") << QByteArray(".bashrc") << QString() << false;
+        QTest::newRow("hidden, encoded") << QByteArray("%2Eprofile") << QString() << false;
+    }
 
-        QSignalSpy received(&m_server, &LocalHttpServer::requestReceived);
+    void downloadStaysInsideDownloads()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QString, linkTo);
+        QFETCH(bool, saved);
+        const QString outside = m_home.filePath(u"outside"_s);
+        QVERIFY(QDir(outside).removeRecursively() && QDir().mkpath(outside));
+        writeFile(outside + "/victim"_L1, "the user's own file");
+        QVERIFY(QDir(m_downloads).removeRecursively() && QDir().mkpath(m_downloads));
+        const QString destination = m_downloads + "/Kestrix.dmg"_L1;
+        if (!linkTo.isEmpty())
+            QVERIFY(QFile::link(outside + u'/' + linkTo, destination));
+        m_server.setResponse("/files/" + name, { 200, "the new image" });
+        m_server.requests.clear();
+        QStringList lines;
+        Log::setObserver(
+            [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+
+        QStringList savedAs;
+        InstallerDownload::download(
+            m_server.url("/files/" + name), [&savedAs](const QString &file) { savedAs << file; });
+        if (saved) {
+            QTRY_COMPARE(savedAs, QStringList { destination });
+            QVERIFY(!QFileInfo(destination).isSymLink());
+            QCOMPARE(readFile(destination), QByteArray("the new image"));
+        } else {
+            QTest::qWait(200);
+            QVERIFY(savedAs.isEmpty() && m_server.requests.isEmpty());
+            QCOMPARE(lines.size(), 1);
+        }
+        Log::setObserver(nullptr);
+        QCOMPARE(QDir(outside).entryList(QDir::Files), QStringList { u"victim"_s });
+        QCOMPARE(readFile(outside + "/victim"_L1), QByteArray("the user's own file"));
+        QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden | QDir::System),
+            saved ? QStringList { u"Kestrix.dmg"_s } : QStringList());
+    }
+
+    // xdg-user-dirs names the home folder itself when Downloads is missing.
+    void homeFolderIsNeverTheDownloadsFolder()
+    {
+        const QString home = m_home.path();
+        QDir(home + "/Downloads"_L1).removeRecursively();
+        for (const QString &named : { home, home + "/."_L1, u"$HOME"_s }) {
+            setDownloadsFolder(named);
+            QCOMPARE(InstallerDownload::downloadsFolder(), home + "/Downloads"_L1);
+            QVERIFY(QFileInfo(home + "/Downloads"_L1).isDir());
+        }
+        setDownloadsFolder(m_downloads);
+    }
+
+    // A download cut short or stalled leaves the older file as it was, and no partial file.
+    void downloadThatFailsKeepsTheOldFile_data()
+    {
+        QTest::addColumn<int>("behaviour");
+        QTest::newRow("connection dropped mid-body") << int(HttpResponse::Truncate);
+        QTest::newRow("no data for the stall limit") << int(HttpResponse::Stall);
+    }
+
+    void downloadThatFailsKeepsTheOldFile()
+    {
+        QFETCH(int, behaviour);
+        QVERIFY(QDir().mkpath(m_downloads));
+        m_server.setResponse("/files/Fails.dmg", { 200, "the first part", HttpResponse::Behaviour(behaviour) });
+        const QString destination = m_downloads + "/Fails.dmg"_L1;
+        writeFile(destination, "an older download");
+        const QStringList before = QDir(m_downloads).entryList(QDir::Files | QDir::Hidden);
+
         QSignalSpy finished(&Network::manager(), &QNetworkAccessManager::finished);
         bool saved = false;
-        InstallerDownload::download(m_server.url("/files/Hangs.dmg"), [&saved](const QString &) { saved = true; });
-        QVERIFY(received.wait());
-        m_server.setResponse("/files/Hangs.dmg", { 200, {}, HttpResponse::Close });
+        InstallerDownload::download(
+            m_server.url("/files/Fails.dmg"), [&saved](const QString &) { saved = true; },
+            std::chrono::milliseconds(300));
+        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
         m_server.closeUnanswered();
-        QTRY_COMPARE(finished.size(), 1);
 
         QVERIFY(!saved);
         QCOMPARE(readFile(destination), QByteArray("an older download"));
-        QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files), before);
+        QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden), before);
     }
 };
 

@@ -119,6 +119,17 @@ private Q_SLOTS:
             << json("{'updateAvailable':true,'latestVersion':'2.0 β','releaseNotes':'  수정\\n\\u200Cfix  ',"
                     "'size':123,'mirrors':[{'a':1}],'UpdateAvailable':'x'}")
             << none << offer(u"2.0 β"_s, u"\n\n  수정\n\u200Cfix  "_s) << false;
+        const QString tenThousand = QString(9'999, u'n') + u"\U0001F600"_s; // the cut falls inside the pair
+        QTest::newRow("notes cut after 10,000 characters")
+            << 200
+            << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'") + tenThousand.toUtf8()
+                + json("'}")
+            << none << offer(u"1.2"_s, "\n\n"_L1 + QString(9'999, u'n') + QChar(0x2026)) << false;
+        QTest::newRow("notes of exactly 10,000 characters")
+            << 200
+            << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'") + QByteArray(10'000, 'n')
+                + json("'}")
+            << none << offer(u"1.2"_s, "\n\n"_L1 + QString(10'000, u'n')) << false;
         QTest::newRow("same version offered")
             << 200 << json("{'updateAvailable':true,'latestVersion':'1.0.1'}") << none << offer(u"1.0.1"_s) << false;
         QTest::newRow("HTTP 500, valid body") << 500 << update << none << offer(u"1.2"_s) << false;
