@@ -46,6 +46,32 @@ std::optional<QJsonObject> focusedNode(const QJsonObject &node, int depth = 0)
     return std::nullopt;
 }
 
+// For the log only; the preferences window words the remedy in the user's language.
+QLatin1StringView remedyText(AppUnderPointer::Remedy remedy)
+{
+    using Remedy = AppUnderPointer::Remedy;
+    switch (remedy) {
+    case Remedy::GnomeEnableExtension:
+        return "GNOME: the Kestrix extension is off"_L1;
+    case Remedy::GnomeInstallExtension:
+        return "GNOME: the Kestrix extension is not installed"_L1;
+    case Remedy::GnomeLogInAgain:
+        return "GNOME: the Kestrix extension is seen from the next login"_L1;
+    case Remedy::GnomeExtensionFailed:
+        return "GNOME: the Kestrix extension failed"_L1;
+    case Remedy::UnsupportedWaylandDesktop:
+        return "this Wayland desktop tells no program which window is focused"_L1;
+    case Remedy::DesktopUnreachable:
+        return "the desktop did not answer"_L1;
+    case Remedy::NoDisplay:
+        return "no display"_L1;
+    case Remedy::None:
+    case Remedy::Checking:
+        break;
+    }
+    return "checking"_L1;
+}
+
 } // namespace
 
 AppUnderPointer::AppUnderPointer(QObject *parent)
@@ -137,7 +163,9 @@ void AppUnderPointer::setRemedy(Remedy remedy)
     if (remedy == Remedy::None)
         Log::write(u"[Kestrix] The app under the pointer comes from %1"_s.arg(sourceName()).toStdString());
     else if (remedy != Remedy::Checking)
-        Log::write("[Kestrix] The app under the pointer cannot be known here; no app is excluded");
+        Log::write(u"[Kestrix] The app under the pointer cannot be known here (%1); no app is excluded"_s
+                       .arg(remedyText(remedy))
+                       .toStdString());
     Q_EMIT availabilityChanged();
 }
 

@@ -33,10 +33,9 @@ constexpr int MaxSearchDepth = 4;
 class X11PointerTracker::Thread
 {
 public:
-    Thread(xcb::Connection connection, xcb_window_t root, uint8_t xinputOpcode, Publish publish)
+    Thread(xcb::Connection connection, xcb_window_t root, Publish publish)
         : m_connection(std::move(connection))
         , m_root(root)
-        , m_xinputOpcode(xinputOpcode)
         , m_publish(std::move(publish))
         , m_wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
     {
@@ -82,13 +81,10 @@ private:
         bool lookUpDue = true; // the first value, before any motion
         Clock::time_point lastLookUp {};
         while (true) {
-            bool moved = false;
-            while (xcb::Reply<xcb_generic_event_t> event { xcb_poll_for_event(c) }) {
-                if ((event->response_type & 0x7f) == XCB_GE_GENERIC
-                    && reinterpret_cast<xcb_ge_generic_event_t *>(event.get())->extension == m_xinputOpcode)
-                    moved = true;
-            }
-            lookUpDue = lookUpDue || moved;
+            // Raw motion, or a top-level window mapped, unmapped, moved or restacked: what is under
+            // the pointer may have changed.
+            while (xcb::Reply<xcb_generic_event_t> event { xcb_poll_for_event(c) })
+                lookUpDue = true;
 
             std::deque<Done> requests;
             {
@@ -207,7 +203,6 @@ private:
 
     xcb::Connection m_connection;
     xcb_window_t m_root;
-    uint8_t m_xinputOpcode;
     xcb_atom_t m_wmState = XCB_ATOM_NONE;
     Publish m_publish;
     int m_wake;
@@ -249,11 +244,12 @@ std::unique_ptr<X11PointerTracker> X11PointerTracker::start(const QByteArray &di
         uint32_t bits;
     } mask { { XCB_INPUT_DEVICE_ALL_MASTER, 1 }, XCB_INPUT_XI_EVENT_MASK_RAW_MOTION };
     xcb_input_xi_select_events(c, screen->root, 1, &mask.head);
+    const uint32_t substructure = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY;
+    xcb_change_window_attributes(c, screen->root, XCB_CW_EVENT_MASK, &substructure);
     xcb_flush(c);
     const xcb_window_t root = screen->root;
-    const uint8_t opcode = extension->major_opcode;
     return std::unique_ptr<X11PointerTracker>(
-        new X11PointerTracker(std::make_unique<Thread>(std::move(connection), root, opcode, std::move(publish))));
+        new X11PointerTracker(std::make_unique<Thread>(std::move(connection), root, std::move(publish))));
 }
 
 void X11PointerTracker::lookUpOnce(Done done) { m_thread->request(std::move(done)); }

@@ -6,6 +6,8 @@
 #include "session/SwayIpc.h"
 
 #include <QJsonArray>
+#include <QSaveFile>
+#include <QStandardPaths>
 #include <QTest>
 
 using namespace kestrix;
@@ -95,6 +97,26 @@ private Q_SLOTS:
         const PointerPreferences::Values values = PointerPreferences::fromKcmInput(text);
         QCOMPARE(values.leftHanded, leftHanded);
         QCOMPARE(values.naturalScroll, naturalScroll);
+    }
+
+    // KDE's settings panel saves kcminputrc by writing a new file over the old one, as QSaveFile does.
+    void kcmInputFileFollowed()
+    {
+        const QString path = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + u"/kcminputrc"_s;
+        QFile::remove(path);
+        PointerPreferences preferences(Session { Session::Desktop::Kde, true, {}, {} });
+        QCOMPARE(preferences.current(), (PointerPreferences::Values { false, false, u"kcminputrc"_s }));
+        const auto save = [&path](const QByteArray &text) {
+            QSaveFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(text);
+            QVERIFY(file.commit());
+        };
+        save("[Libinput][1][2][Mouse]\nLeftHanded=true\n");
+        QTRY_VERIFY(preferences.current().leftHanded);
+        save("[Libinput][1][2][Mouse]\nLeftHanded=false\nNaturalScroll=true\n");
+        QTRY_VERIFY(preferences.current().naturalScroll);
+        QVERIFY(!preferences.current().leftHanded);
     }
 
     // sway lists touchpads apart from mice; only mice count.

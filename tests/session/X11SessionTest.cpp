@@ -130,6 +130,11 @@ private Q_SLOTS:
         QTRY_COMPARE(app.current(), (WindowApp { u"firefox"_s, u"Navigator"_s }));
         QTRY_COMPARE(changed.last().value(0).toString(), u"firefox"_s);
 
+        // A window mapped under the resting pointer is seen without a move.
+        window(m_screen->root, 350, 200, "steam_app_42", "steam_app_42", false);
+        xcb_flush(c);
+        QTRY_COMPARE(app.current().appId, u"steam_app_42"_s);
+
         std::optional<WindowApp> looked;
         bool answered = false;
         movePointer(50, 50);
