@@ -103,8 +103,12 @@ void KWinActiveWindow::loadScript(std::function<void(bool)> done)
 
 void KWinActiveWindow::setActiveWindow(const QString &resourceClass, const QString &resourceName)
 {
-    if (!calledFromDBus() || message().service() != m_kwinOwner)
+    if (!calledFromDBus() || message().service() != m_kwinOwner) {
+        Log::debug(u"[Kestrix] Ignored an active-window report from %1, not from KWin"_s
+                       .arg(calledFromDBus() ? message().service() : u"inside"_s)
+                       .toStdString());
         return;
+    }
     m_report({ resourceClass, resourceName });
 }
 

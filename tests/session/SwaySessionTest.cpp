@@ -1,5 +1,5 @@
 // sway's IPC against a real sway (headless backend, pixman renderer) with real Wayland clients
-// (foot terminals with app ids of the test's own). sway refuses to run as root, so as root the test
+// (Qt windows with app ids of the test's own, see WaylandWindow.cpp). sway refuses to run as root, so as root the test
 // runs it, and the clients, as the unprivileged user nobody. It skips itself where sway cannot start.
 
 #include "session/AppUnderPointer.h"
@@ -45,6 +45,7 @@ class SwaySessionTest : public QObject
         environment.insert(u"WLR_LIBINPUT_NO_DEVICES"_s, u"1"_s);
         if (!m_wayland.isEmpty())
             environment.insert(u"WAYLAND_DISPLAY"_s, m_wayland);
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"wayland"_s);
         process.setProcessEnvironment(environment);
         if (geteuid() == 0)
             process.start(u"setpriv"_s,
@@ -56,15 +57,15 @@ class SwaySessionTest : public QObject
     void startClient(const QString &appId)
     {
         auto &client = m_clients.emplace_back(std::make_unique<QProcess>());
-        startAs(*client, u"foot"_s, { u"--app-id="_s + appId, u"sleep"_s, u"60"_s });
+        startAs(*client, QStringLiteral(KESTRIX_WAYLAND_WINDOW), { appId });
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
-        for (const QString &program : { u"sway"_s, u"foot"_s, u"setpriv"_s }) {
+        for (const QString &program : { u"sway"_s, u"setpriv"_s }) {
             if (QStandardPaths::findExecutable(program).isEmpty())
-                QSKIP(qPrintable(program + u" is not installed (Debian packages sway, foot, util-linux)"_s));
+                QSKIP(qPrintable(program + u" is not installed (Debian packages sway, util-linux)"_s));
         }
         QVERIFY(m_runtime.isValid());
         const QByteArray folder = QFile::encodeName(m_runtime.path());
