@@ -16,8 +16,9 @@ namespace {
 
 QDBusMessage extensionsCall(const QString &method)
 {
+    // The shell itself serves its extensions interface, on its own name and object.
     QDBusMessage message = QDBusMessage::createMethodCall(
-        u"org.gnome.Shell.Extensions"_s, u"/org/gnome/Shell/Extensions"_s, u"org.gnome.Shell.Extensions"_s, method);
+        u"org.gnome.Shell"_s, u"/org/gnome/Shell"_s, u"org.gnome.Shell.Extensions"_s, method);
     message << QString(Uuid);
     return message;
 }
