@@ -28,7 +28,7 @@ public:
     using Publish = std::function<void(const WindowApp &)>;
     using Done = std::function<void(std::optional<WindowApp>)>;
 
-    // Null, with one log line, when the server cannot be reached or lacks XInput 2.2.
+    // Null, with one log line, when the server cannot be reached or lacks XInput 2.1 (raw events on the root window).
     // `publish` runs on the tracker's thread after each look-up.
     static std::unique_ptr<X11PointerTracker> start(const QByteArray &display, Publish publish);
     ~X11PointerTracker();
