@@ -1,10 +1,15 @@
 // The program a user starts: one copy per user, newest wins; a tray utility without a window.
 
 #include "app/AppDelegate.h"
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
 #include "desktop/AppIdentity.h"
 #include "desktop/ShutdownSignals.h"
 #include "desktop/SingleInstanceGuard.h"
 #include "linux/InputThread.h"
+#include "session/AppMatcher.h"
+#include "session/AppUnderPointer.h"
+#include "session/PointerPreferences.h"
 
 #include <QApplication>
 #include <QSessionManager>
@@ -33,6 +38,25 @@ int main(int argc, char **argv)
     // The mice are read, the engine run and the twins written on the input thread; from here on
     // the GUI thread only asks it for things.
     InputThread input;
+
+    // What the desktop says, pushed to the input thread: its left-handed and natural-scrolling
+    // switches, and whether the app under the pointer is one the user excluded.
+    PointerPreferences pointerPreferences;
+    const auto followPointerPreferences = [&] {
+        const PointerPreferences::Values values = pointerPreferences.current();
+        input.setDesktopPointer(values.leftHanded, values.naturalScroll);
+    };
+    followPointerPreferences();
+    QObject::connect(&pointerPreferences, &PointerPreferences::changed, &input, followPointerPreferences);
+    AppUnderPointer appUnderPointer;
+    const auto followApp = [&] {
+        const QStringList patterns
+            = AppMatcher::patternsFromSetting(SettingsStore::shared().value(SettingsKeys::excludedApps));
+        input.setPointerOverExcludedApp(AppMatcher::isExcluded(patterns, appUnderPointer.current()));
+    };
+    QObject::connect(&appUnderPointer, &AppUnderPointer::changed, &input, followApp);
+    QObject::connect(&SettingsStore::shared(), &SettingsStore::changed, &input, followApp);
+
     AppDelegate delegate(input);
 
     // Every way out passes through aboutToQuit, where the engine stops and releases its grabs.
