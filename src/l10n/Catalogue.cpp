@@ -1,9 +1,12 @@
 #include "l10n/Catalogue.h"
 
+#include <algorithm>
+
 // The interface texts of Kestrix, one table per key and one row per language. Rows name their
 // language and must follow Languages::allCases; the compiler checks the order, the catalogue tests
-// check every cell (no blanks at either end, "%@" once in updateMessage, "..." closing preferences
-// and checkForUpdates, at most 67 characters, right-to-left languages in their own script).
+// check every cell (no blanks at either end, "%@" once in the texts that take a value, "..." closing
+// the items that open something more, a length that fits where the text is shown, right-to-left
+// languages in their own script).
 //
 // Texts are stored exactly as shown: never trimmed or normalised. Invisible characters are written
 // as escapes so a reviewer sees them: \u200C (zero-width non-joiner) belongs to the spelling of
@@ -84,13 +87,13 @@ constexpr Table enabledTexts = {{
 // preferences (tray menu, opens the preferences window).
 constexpr Table preferencesTexts = {{
     {Language::English,    u"Preferences..."},
-    {Language::Korean,     u"환경설정..."},
-    {Language::Chinese,    u"偏好设置..."},
+    {Language::Korean,     u"설정..."},
+    {Language::Chinese,    u"首选项..."},
     {Language::Spanish,    u"Preferencias..."},
     {Language::Arabic,     u"التفضيلات..."},
     {Language::Portuguese, u"Preferências..."},
     {Language::Russian,    u"Настройки..."},
-    {Language::Japanese,   u"環境設定..."},
+    {Language::Japanese,   u"設定..."},
     {Language::German,     u"Einstellungen..."},
     {Language::French,     u"Préférences..."},
     {Language::Turkish,    u"Tercihler..."},
@@ -171,7 +174,7 @@ constexpr Table checkForUpdatesTexts = {{
     {Language::Bengali,    u"আপডেট চেক করুন..."},
     {Language::Tamil,      u"புதுப்பிப்புகளைச் சரிபார்..."},
     {Language::Telugu,     u"అప్\u200Cడేట్\u200Cల కోసం తనిఖీ చేయి..."},
-    {Language::Urdu,       u"اپ ڈیٹس چیک کریں..."},
+    {Language::Urdu,       u"اپ ڈیٹس کی جانچ کریں..."},
     {Language::Swahili,    u"Angalia masasisho..."},
     {Language::Slovak,     u"Vyhľadať aktualizácie..."},
     {Language::Croatian,   u"Provjeri ažuriranja..."},
@@ -247,7 +250,7 @@ constexpr Table quitTexts = {{
 constexpr Table subtitleTexts = {{
     {Language::English,    u"Scroll by pressing the right mouse button."},
     {Language::Korean,     u"마우스 오른쪽 버튼을 누른 채 스크롤하세요."},
-    {Language::Chinese,    u"按住鼠标右键即可滚动。"},
+    {Language::Chinese,    u"按住鼠标右键拖动即可滚动。"},
     {Language::Spanish,    u"Desplázate manteniendo pulsado el botón derecho del ratón."},
     {Language::Arabic,     u"مرّر بالضغط مع الاستمرار على زر الماوس الأيمن."},
     {Language::Portuguese, u"Role a tela mantendo pressionado o botão direito do mouse."},
@@ -275,7 +278,7 @@ constexpr Table subtitleTexts = {{
     {Language::Norwegian,  u"Rull ved å holde inne høyre museknapp."},
     {Language::Ukrainian,  u"Прокручуйте, утримуючи праву кнопку миші."},
     {Language::Malay,      u"Tatal dengan menahan butang kanan tetikus."},
-    {Language::Filipino,   u"Mag-scroll habang pinipindot ang kanang button ng mouse."},
+    {Language::Filipino,   u"Mag-scroll habang nakapindot ang kanang button ng mouse."},
     {Language::Bengali,    u"মাউসের ডান বোতাম চেপে ধরে স্ক্রোল করুন।"},
     {Language::Tamil,      u"மவுஸின் வலது பட்டனை அழுத்தியபடி ஸ்க்ரோல் செய்யவும்."},
     {Language::Telugu,     u"మౌస్ కుడి బటన్\u200Cను నొక్కి పట్టి స్క్రోల్ చేయండి."},
@@ -626,7 +629,7 @@ constexpr Table reverseScrollTexts = {{
     {Language::English,    u"Reverse Scroll Direction"},
     {Language::Korean,     u"스크롤 방향 반전"},
     {Language::Chinese,    u"反转滚动方向"},
-    {Language::Spanish,    u"Invertir dirección del desplazamiento"},
+    {Language::Spanish,    u"Invertir la dirección del desplazamiento"},
     {Language::Arabic,     u"عكس اتجاه التمرير"},
     {Language::Portuguese, u"Inverter direção da rolagem"},
     {Language::Russian,    u"Обратное направление прокрутки"},
@@ -656,7 +659,7 @@ constexpr Table reverseScrollTexts = {{
     {Language::Filipino,   u"Baligtarin ang direksyon ng pag-scroll"},
     {Language::Bengali,    u"স্ক্রোলের দিক উল্টান"},
     {Language::Tamil,      u"ஸ்க்ரோல் திசையைத் தலைகீழாக்கு"},
-    {Language::Telugu,     u"స్క్రోల్ దిశను తిప్పు"},
+    {Language::Telugu,     u"స్క్రోల్ దిశను తిరగబెట్టు"},
     {Language::Urdu,       u"اسکرول کی سمت الٹ دیں"},
     {Language::Swahili,    u"Geuza mwelekeo wa kusogeza"},
     {Language::Slovak,     u"Obrátiť smer posúvania"},
@@ -894,7 +897,7 @@ constexpr Table launchAtLoginTexts = {{
 // updateAvailable (update dialog, title).
 constexpr Table updateAvailableTexts = {{
     {Language::English,    u"Update Available"},
-    {Language::Korean,     u"업데이트 사용 가능"},
+    {Language::Korean,     u"새 업데이트가 있습니다"},
     {Language::Chinese,    u"有可用更新"},
     {Language::Spanish,    u"Actualización disponible"},
     {Language::Arabic,     u"يتوفر تحديث"},
@@ -977,7 +980,7 @@ constexpr Table updateMessageTexts = {{
     {Language::Norwegian,  u"En ny versjon, %@, er tilgjengelig. Vil du laste den ned?"},
     {Language::Ukrainian,  u"Доступна нова версія %@. Бажаєте завантажити її?"},
     {Language::Malay,      u"Versi baharu %@ kini tersedia. Adakah anda mahu memuat turunnya?"},
-    {Language::Filipino,   u"May bagong bersyon na %@. Gusto mo ba itong i-download?"},
+    {Language::Filipino,   u"Available na ang bagong bersyon %@. Gusto mo ba itong i-download?"},
     {Language::Bengali,    u"নতুন সংস্করণ %@ উপলব্ধ। আপনি কি এটি ডাউনলোড করতে চান?"},
     {Language::Tamil,      u"புதிய பதிப்பு %@ கிடைக்கிறது. பதிவிறக்க வேண்டுமா?"},
     {Language::Telugu,     u"కొత్త వెర్షన్ %@ అందుబాటులో ఉంది. డౌన్\u200Cలోడ్ చేయాలా?"},
@@ -1215,6 +1218,222 @@ constexpr Table laterTexts = {{
     {Language::Burmese,    u"နောက်မှ"},
 }};
 
+// waitingForAccess (tray tooltip and menu product line while Kestrix may not read the mouse yet)
+constexpr Table waitingForAccessTexts = {{
+    {Language::English,    u"Waiting for mouse access"},
+    {Language::Korean,     u"마우스 접근 권한 대기 중"},
+    {Language::Chinese,    u"正在等待鼠标访问权限"},
+    {Language::Spanish,    u"Esperando acceso al ratón"},
+    {Language::Arabic,     u"في انتظار إذن الوصول إلى الماوس"},
+    {Language::Portuguese, u"Aguardando acesso ao mouse"},
+    {Language::Russian,    u"Ожидание доступа к мыши"},
+    {Language::Japanese,   u"マウスへのアクセスを待っています"},
+    {Language::German,     u"Warten auf Mauszugriff"},
+    {Language::French,     u"En attente de l’accès à la souris"},
+    {Language::Turkish,    u"Fare erişimi bekleniyor"},
+    {Language::Vietnamese, u"Đang chờ quyền truy cập chuột"},
+    {Language::Italian,    u"In attesa dell’accesso al mouse"},
+    {Language::Thai,       u"กำลังรอสิทธิ์เข้าถึงเมาส์"},
+    {Language::Polish,     u"Oczekiwanie na dostęp do myszy"},
+    {Language::Dutch,      u"Wachten op toegang tot de muis"},
+    {Language::Indonesian, u"Menunggu akses ke mouse"},
+    {Language::Hindi,      u"माउस तक पहुँच की प्रतीक्षा की जा रही है"},
+    {Language::Hebrew,     u"בהמתנה לגישה לעכבר"},
+    {Language::Persian,    u"در انتظار دسترسی به ماوس"},
+    {Language::Romanian,   u"Se așteaptă accesul la mouse"},
+    {Language::Czech,      u"Čekání na přístup k myši"},
+    {Language::Greek,      u"Αναμονή για πρόσβαση στο ποντίκι"},
+    {Language::Hungarian,  u"Várakozás az egérhez való hozzáférésre"},
+    {Language::Swedish,    u"Väntar på åtkomst till musen"},
+    {Language::Danish,     u"Venter på adgang til musen"},
+    {Language::Finnish,    u"Odotetaan hiiren käyttöoikeutta"},
+    {Language::Norwegian,  u"Venter på tilgang til musen"},
+    {Language::Ukrainian,  u"Очікування доступу до миші"},
+    {Language::Malay,      u"Menunggu akses kepada tetikus"},
+    {Language::Filipino,   u"Hinihintay ang access sa mouse"},
+    {Language::Bengali,    u"মাউসে অ্যাক্সেসের জন্য অপেক্ষা করা হচ্ছে"},
+    {Language::Tamil,      u"மவுஸ் அணுகலுக்காகக் காத்திருக்கிறது"},
+    {Language::Telugu,     u"మౌస్ యాక్సెస్ కోసం వేచి ఉంది"},
+    {Language::Urdu,       u"ماؤس تک رسائی کا انتظار ہے"},
+    {Language::Swahili,    u"Inasubiri ruhusa ya kufikia kipanya"},
+    {Language::Slovak,     u"Čaká sa na prístup k myši"},
+    {Language::Croatian,   u"Čekanje na pristup mišu"},
+    {Language::Bulgarian,  u"Изчакване на достъп до мишката"},
+    {Language::Serbian,    u"Чека се приступ мишу"},
+    {Language::Lithuanian, u"Laukiama prieigos prie pelės"},
+    {Language::Slovenian,  u"Čakanje na dostop do miške"},
+    {Language::Latvian,    u"Gaida piekļuvi pelei"},
+    {Language::Estonian,   u"Hiirele ligipääsu ootamine"},
+    {Language::Catalan,    u"S’està esperant l’accés al ratolí"},
+    {Language::Marathi,    u"माउसच्या प्रवेशाची प्रतीक्षा करत आहे"},
+    {Language::Gujarati,   u"માઉસની ઍક્સેસની રાહ જોવાઈ રહી છે"},
+    {Language::Kannada,    u"ಮೌಸ್ ಪ್ರವೇಶಕ್ಕಾಗಿ ಕಾಯಲಾಗುತ್ತಿದೆ"},
+    {Language::Malayalam,  u"മൗസ് ആക്സസിനായി കാത്തിരിക്കുന്നു"},
+    {Language::Burmese,    u"မောက်စ်ကို အသုံးပြုခွင့် စောင့်နေသည်"},
+}};
+
+// accessNeededTitle (desktop notification, title, when Kestrix may not read the mouse)
+constexpr Table accessNeededTitleTexts = {{
+    {Language::English,    u"Kestrix needs access to the mouse"},
+    {Language::Korean,     u"Kestrix에 마우스 접근 권한이 필요합니다"},
+    {Language::Chinese,    u"Kestrix 需要鼠标访问权限"},
+    {Language::Spanish,    u"Kestrix necesita acceso al ratón"},
+    {Language::Arabic,     u"يحتاج Kestrix إلى الوصول إلى الماوس"},
+    {Language::Portuguese, u"O Kestrix precisa de acesso ao mouse"},
+    {Language::Russian,    u"Программе Kestrix нужен доступ к мыши"},
+    {Language::Japanese,   u"Kestrix にはマウスへのアクセスが必要です"},
+    {Language::German,     u"Kestrix benötigt Zugriff auf die Maus"},
+    {Language::French,     u"Kestrix a besoin d’accéder à la souris"},
+    {Language::Turkish,    u"Kestrix'in fareye erişmesi gerekiyor"},
+    {Language::Vietnamese, u"Kestrix cần quyền truy cập chuột"},
+    {Language::Italian,    u"Kestrix ha bisogno di accedere al mouse"},
+    {Language::Thai,       u"Kestrix ต้องการสิทธิ์เข้าถึงเมาส์"},
+    {Language::Polish,     u"Kestrix potrzebuje dostępu do myszy"},
+    {Language::Dutch,      u"Kestrix heeft toegang tot de muis nodig"},
+    {Language::Indonesian, u"Kestrix memerlukan akses ke mouse"},
+    {Language::Hindi,      u"Kestrix को माउस तक पहुँच चाहिए"},
+    {Language::Hebrew,     u"ל־Kestrix נדרשת גישה לעכבר"},
+    {Language::Persian,    u"برنامهٔ Kestrix به دسترسی به ماوس نیاز دارد"},
+    {Language::Romanian,   u"Kestrix are nevoie de acces la mouse"},
+    {Language::Czech,      u"Kestrix potřebuje přístup k myši"},
+    {Language::Greek,      u"Το Kestrix χρειάζεται πρόσβαση στο ποντίκι"},
+    {Language::Hungarian,  u"A Kestrixnek hozzá kell férnie az egérhez"},
+    {Language::Swedish,    u"Kestrix behöver åtkomst till musen"},
+    {Language::Danish,     u"Kestrix har brug for adgang til musen"},
+    {Language::Finnish,    u"Kestrix tarvitsee hiiren käyttöoikeuden"},
+    {Language::Norwegian,  u"Kestrix trenger tilgang til musen"},
+    {Language::Ukrainian,  u"Програмі Kestrix потрібен доступ до миші"},
+    {Language::Malay,      u"Kestrix memerlukan akses kepada tetikus"},
+    {Language::Filipino,   u"Kailangan ng Kestrix ng access sa mouse"},
+    {Language::Bengali,    u"Kestrix-এর মাউসে অ্যাক্সেস প্রয়োজন"},
+    {Language::Tamil,      u"Kestrix-க்கு மவுஸ் அணுகல் தேவை"},
+    {Language::Telugu,     u"Kestrixకు మౌస్ యాక్సెస్ అవసరం"},
+    {Language::Urdu,       u"ماؤس تک Kestrix کی رسائی ضروری ہے"},
+    {Language::Swahili,    u"Kestrix inahitaji ruhusa ya kufikia kipanya"},
+    {Language::Slovak,     u"Kestrix potrebuje prístup k myši"},
+    {Language::Croatian,   u"Kestrixu je potreban pristup mišu"},
+    {Language::Bulgarian,  u"Kestrix се нуждае от достъп до мишката"},
+    {Language::Serbian,    u"Програму Kestrix потребан је приступ мишу"},
+    {Language::Lithuanian, u"Programai Kestrix reikia prieigos prie pelės"},
+    {Language::Slovenian,  u"Kestrix potrebuje dostop do miške"},
+    {Language::Latvian,    u"Lietotnei Kestrix nepieciešama piekļuve pelei"},
+    {Language::Estonian,   u"Kestrix vajab ligipääsu hiirele"},
+    {Language::Catalan,    u"Kestrix necessita accés al ratolí"},
+    {Language::Marathi,    u"Kestrix ला माउसचा प्रवेश आवश्यक आहे"},
+    {Language::Gujarati,   u"Kestrix ને માઉસની ઍક્સેસ જરૂરી છે"},
+    {Language::Kannada,    u"Kestrix ಗೆ ಮೌಸ್ ಪ್ರವೇಶದ ಅಗತ್ಯವಿದೆ"},
+    {Language::Malayalam,  u"Kestrix-ന് മൗസ് ആക്സസ് ആവശ്യമാണ്"},
+    {Language::Burmese,    u"Kestrix သည် မောက်စ်ကို အသုံးပြုခွင့် လိုအပ်ပါသည်"},
+}};
+
+// accessNeededMessage (desktop notification or no-tray window, body; the command follows on a line of its own)
+constexpr Table accessNeededMessageTexts = {{
+    {Language::English,    u"To scroll by dragging, Kestrix must read the mouse. Run this command in a terminal once:"},
+    {Language::Korean,     u"드래그로 스크롤하려면 Kestrix가 마우스를 읽을 수 있어야 합니다. 터미널에서 다음 명령을 한 번 실행하세요:"},
+    {Language::Chinese,    u"要通过拖动来滚动，Kestrix 需要读取鼠标。请在终端中运行一次以下命令："},
+    {Language::Spanish,    u"Para desplazarte arrastrando, Kestrix debe poder leer el ratón. Ejecuta una vez este comando en una terminal:"},
+    {Language::Arabic,     u"للتمرير بالسحب، يجب أن يتمكن Kestrix من قراءة الماوس. شغّل هذا الأمر مرة واحدة في الطرفية:"},
+    {Language::Portuguese, u"Para rolar arrastando, o Kestrix precisa ler o mouse. Execute este comando uma vez em um terminal:"},
+    {Language::Russian,    u"Чтобы прокручивать перетаскиванием, Kestrix должен считывать данные мыши. Выполните эту команду в терминале один раз:"},
+    {Language::Japanese,   u"ドラッグでスクロールするには、Kestrix がマウスを読み取れる必要があります。ターミナルで次のコマンドを一度実行してください："},
+    {Language::German,     u"Zum Scrollen durch Ziehen muss Kestrix die Maus auslesen können. Führen Sie diesen Befehl einmal in einem Terminal aus:"},
+    {Language::French,     u"Pour faire défiler en glissant, Kestrix doit pouvoir lire la souris. Exécutez une fois cette commande dans un terminal\u00A0:"},
+    {Language::Turkish,    u"Sürükleyerek kaydırmak için Kestrix'in fareyi okuyabilmesi gerekir. Bu komutu bir terminalde bir kez çalıştırın:"},
+    {Language::Vietnamese, u"Để cuộn bằng cách kéo, Kestrix cần đọc được chuột. Hãy chạy lệnh này một lần trong terminal:"},
+    {Language::Italian,    u"Per scorrere trascinando, Kestrix deve poter leggere il mouse. Esegui una volta questo comando in un terminale:"},
+    {Language::Thai,       u"หากต้องการเลื่อนด้วยการลาก Kestrix ต้องอ่านข้อมูลจากเมาส์ได้ ให้เรียกใช้คำสั่งนี้ในเทอร์มินัลหนึ่งครั้ง:"},
+    {Language::Polish,     u"Aby przewijać przez przeciąganie, Kestrix musi odczytywać mysz. Wykonaj raz to polecenie w terminalu:"},
+    {Language::Dutch,      u"Om te scrollen door te slepen, moet Kestrix de muis kunnen uitlezen. Voer deze opdracht eenmaal uit in een terminal:"},
+    {Language::Indonesian, u"Untuk menggulir dengan menyeret, Kestrix harus dapat membaca mouse. Jalankan perintah ini sekali di terminal:"},
+    {Language::Hindi,      u"खींचकर स्क्रॉल करने के लिए Kestrix को माउस पढ़ना होगा। टर्मिनल में यह कमांड एक बार चलाएँ:"},
+    {Language::Hebrew,     u"כדי לגלול בגרירה, Kestrix צריך לקרוא את העכבר. יש להריץ את הפקודה הבאה במסוף פעם אחת:"},
+    {Language::Persian,    u"برای پیمایش با کشیدن، Kestrix باید بتواند ماوس را بخواند. این فرمان را یک بار در پایانه اجرا کنید:"},
+    {Language::Romanian,   u"Pentru a derula prin tragere, Kestrix trebuie să poată citi mouse-ul. Rulați o dată această comandă într-un terminal:"},
+    {Language::Czech,      u"Aby bylo možné posouvat tažením, musí Kestrix číst myš. Spusťte jednou v terminálu tento příkaz:"},
+    {Language::Greek,      u"Για κύλιση με σύρσιμο, το Kestrix πρέπει να διαβάζει το ποντίκι. Εκτελέστε μία φορά αυτήν την εντολή σε ένα τερματικό:"},
+    {Language::Hungarian,  u"A húzással történő görgetéshez a Kestrixnek olvasnia kell az egeret. Futtassa egyszer ezt a parancsot egy terminálban:"},
+    {Language::Swedish,    u"För att rulla genom att dra måste Kestrix kunna läsa musen. Kör det här kommandot en gång i en terminal:"},
+    {Language::Danish,     u"For at rulle ved at trække skal Kestrix kunne læse musen. Kør denne kommando én gang i en terminal:"},
+    {Language::Finnish,    u"Jotta voit vierittää vetämällä, Kestrixin on voitava lukea hiirtä. Suorita tämä komento kerran päätteessä:"},
+    {Language::Norwegian,  u"For å rulle ved å dra må Kestrix kunne lese musen. Kjør denne kommandoen én gang i en terminal:"},
+    {Language::Ukrainian,  u"Щоб прокручувати перетягуванням, Kestrix має зчитувати дані миші. Виконайте цю команду в терміналі один раз:"},
+    {Language::Malay,      u"Untuk menatal dengan menyeret, Kestrix perlu membaca tetikus. Jalankan arahan ini sekali dalam terminal:"},
+    {Language::Filipino,   u"Para mag-scroll sa pag-drag, kailangang mabasa ng Kestrix ang mouse. Patakbuhin nang isang beses ang command na ito sa terminal:"},
+    {Language::Bengali,    u"টেনে স্ক্রোল করতে Kestrix-কে মাউস পড়তে হবে। টার্মিনালে এই কমান্ডটি একবার চালান:"},
+    {Language::Tamil,      u"இழுத்து ஸ்க்ரோல் செய்ய, Kestrix மவுஸைப் படிக்க வேண்டும். இந்தக் கட்டளையை டெர்மினலில் ஒருமுறை இயக்கவும்:"},
+    {Language::Telugu,     u"లాగి స్క్రోల్ చేయడానికి Kestrix మౌస్\u200Cను చదవాలి. ఈ కమాండ్\u200Cను టెర్మినల్\u200Cలో ఒకసారి అమలు చేయండి:"},
+    {Language::Urdu,       u"گھسیٹ کر اسکرول کرنے کے لیے Kestrix کو ماؤس پڑھنا ہوگا۔ یہ کمانڈ ٹرمینل میں ایک بار چلائیں:"},
+    {Language::Swahili,    u"Ili kusogeza kwa kuburuta, Kestrix lazima iweze kusoma kipanya. Endesha amri hii mara moja kwenye terminali:"},
+    {Language::Slovak,     u"Ak chcete posúvať ťahaním, Kestrix musí čítať myš. Spustite raz v termináli tento príkaz:"},
+    {Language::Croatian,   u"Za pomicanje povlačenjem Kestrix mora čitati miš. Jednom pokrenite ovu naredbu u terminalu:"},
+    {Language::Bulgarian,  u"За да превъртате чрез плъзгане, Kestrix трябва да чете мишката. Изпълнете веднъж тази команда в терминал:"},
+    {Language::Serbian,    u"Да бисте померали превлачењем, Kestrix мора да чита миш. Једном покрените ову наредбу у терминалу:"},
+    {Language::Lithuanian, u"Kad galėtumėte slinkti tempdami, Kestrix turi skaityti pelę. Vieną kartą terminale paleiskite šią komandą:"},
+    {Language::Slovenian,  u"Za pomikanje z vlečenjem mora Kestrix brati miško. Enkrat v terminalu zaženite ta ukaz:"},
+    {Language::Latvian,    u"Lai ritinātu ar vilkšanu, lietotnei Kestrix ir jālasa peles dati. Vienreiz izpildiet terminālī šo komandu:"},
+    {Language::Estonian,   u"Lohistades kerimiseks peab Kestrix hiirt lugema. Käivitage see käsk terminalis üks kord:"},
+    {Language::Catalan,    u"Per desplaçar-vos arrossegant, Kestrix ha de poder llegir el ratolí. Executeu aquesta ordre una vegada en un terminal:"},
+    {Language::Marathi,    u"ड्रॅग करून स्क्रोल करण्यासाठी Kestrix ला माउस वाचता आला पाहिजे. टर्मिनलमध्ये ही कमांड एकदा चालवा:"},
+    {Language::Gujarati,   u"ખેંચીને સ્ક્રોલ કરવા માટે Kestrix ને માઉસ વાંચવાની જરૂર છે. ટર્મિનલમાં આ આદેશ એકવાર ચલાવો:"},
+    {Language::Kannada,    u"ಎಳೆದು ಸ್ಕ್ರಾಲ್ ಮಾಡಲು Kestrix ಮೌಸ್ ಅನ್ನು ಓದಬೇಕು. ಈ ಆದೇಶವನ್ನು ಟರ್ಮಿನಲ್\u200Cನಲ್ಲಿ ಒಮ್ಮೆ ರನ್ ಮಾಡಿ:"},
+    {Language::Malayalam,  u"വലിച്ച് സ്ക്രോൾ ചെയ്യാൻ Kestrix-ന് മൗസ് വായിക്കാനാകണം. ഈ കമാൻഡ് ടെർമിനലിൽ ഒരിക്കൽ റൺ ചെയ്യുക:"},
+    {Language::Burmese,    u"ဆွဲ၍ လှိမ့်ရန် Kestrix သည် မောက်စ်ကို ဖတ်နိုင်ရပါမည်။ ဤအမိန့်ကို တာမီနယ်တွင် တစ်ကြိမ် လုပ်ဆောင်ပါ:"},
+}};
+
+// noMouseConnected (tray tooltip and menu product line when there is no mouse to take over)
+constexpr Table noMouseConnectedTexts = {{
+    {Language::English,    u"No mouse connected"},
+    {Language::Korean,     u"연결된 마우스 없음"},
+    {Language::Chinese,    u"未连接鼠标"},
+    {Language::Spanish,    u"No hay ningún ratón conectado"},
+    {Language::Arabic,     u"لا يوجد ماوس متصل"},
+    {Language::Portuguese, u"Nenhum mouse conectado"},
+    {Language::Russian,    u"Мышь не подключена"},
+    {Language::Japanese,   u"マウスが接続されていません"},
+    {Language::German,     u"Keine Maus angeschlossen"},
+    {Language::French,     u"Aucune souris connectée"},
+    {Language::Turkish,    u"Bağlı fare yok"},
+    {Language::Vietnamese, u"Chưa kết nối chuột"},
+    {Language::Italian,    u"Nessun mouse collegato"},
+    {Language::Thai,       u"ไม่ได้เชื่อมต่อเมาส์"},
+    {Language::Polish,     u"Nie podłączono myszy"},
+    {Language::Dutch,      u"Geen muis aangesloten"},
+    {Language::Indonesian, u"Tidak ada mouse yang terhubung"},
+    {Language::Hindi,      u"कोई माउस कनेक्ट नहीं है"},
+    {Language::Hebrew,     u"אין עכבר מחובר"},
+    {Language::Persian,    u"هیچ ماوسی وصل نیست"},
+    {Language::Romanian,   u"Niciun mouse conectat"},
+    {Language::Czech,      u"Není připojena žádná myš"},
+    {Language::Greek,      u"Δεν έχει συνδεθεί ποντίκι"},
+    {Language::Hungarian,  u"Nincs csatlakoztatott egér"},
+    {Language::Swedish,    u"Ingen mus ansluten"},
+    {Language::Danish,     u"Ingen mus tilsluttet"},
+    {Language::Finnish,    u"Hiirtä ei ole kytketty"},
+    {Language::Norwegian,  u"Ingen mus tilkoblet"},
+    {Language::Ukrainian,  u"Мишу не підключено"},
+    {Language::Malay,      u"Tiada tetikus disambungkan"},
+    {Language::Filipino,   u"Walang nakakonektang mouse"},
+    {Language::Bengali,    u"কোনো মাউস সংযুক্ত নেই"},
+    {Language::Tamil,      u"மவுஸ் எதுவும் இணைக்கப்படவில்லை"},
+    {Language::Telugu,     u"మౌస్ ఏదీ కనెక్ట్ కాలేదు"},
+    {Language::Urdu,       u"کوئی ماؤس منسلک نہیں"},
+    {Language::Swahili,    u"Hakuna kipanya kilichounganishwa"},
+    {Language::Slovak,     u"Nie je pripojená žiadna myš"},
+    {Language::Croatian,   u"Nije spojen nijedan miš"},
+    {Language::Bulgarian,  u"Няма свързана мишка"},
+    {Language::Serbian,    u"Ниједан миш није повезан"},
+    {Language::Lithuanian, u"Neprijungta jokia pelė"},
+    {Language::Slovenian,  u"Nobena miška ni priključena"},
+    {Language::Latvian,    u"Nav pievienota neviena pele"},
+    {Language::Estonian,   u"Ühtegi hiirt pole ühendatud"},
+    {Language::Catalan,    u"No hi ha cap ratolí connectat"},
+    {Language::Marathi,    u"कोणताही माउस जोडलेला नाही"},
+    {Language::Gujarati,   u"કોઈ માઉસ કનેક્ટ થયેલ નથી"},
+    {Language::Kannada,    u"ಯಾವುದೇ ಮೌಸ್ ಸಂಪರ್ಕಗೊಂಡಿಲ್ಲ"},
+    {Language::Malayalam,  u"മൗസൊന്നും കണക്റ്റ് ചെയ്തിട്ടില്ല"},
+    {Language::Burmese,    u"မောက်စ် ချိတ်ဆက်ထားခြင်း မရှိပါ"},
+}};
+
 // clang-format on
 
 // Indexed by Key.
@@ -1241,6 +1460,10 @@ constexpr std::array<const Table *, keyCount> tables = {
     &noUpdateMessageTexts,
     &downloadTexts,
     &laterTexts,
+    &waitingForAccessTexts,
+    &accessNeededTitleTexts,
+    &accessNeededMessageTexts,
+    &noMouseConnectedTexts,
 };
 
 constexpr std::array<QLatin1StringView, keyCount> names = {
@@ -1266,11 +1489,17 @@ constexpr std::array<QLatin1StringView, keyCount> names = {
     "noUpdateMessage"_L1,
     "download"_L1,
     "later"_L1,
+    "waitingForAccess"_L1,
+    "accessNeededTitle"_L1,
+    "accessNeededMessage"_L1,
+    "noMouseConnected"_L1,
 };
 
 constexpr bool rowsFollowAllCases()
 {
     for (const Table *table : tables) {
+        if (table == nullptr)
+            return false;
         for (std::size_t i = 0; i < Languages::count; ++i) {
             if ((*table)[i].language != Languages::allCases[i])
                 return false;
@@ -1278,7 +1507,9 @@ constexpr bool rowsFollowAllCases()
     }
     return true;
 }
-static_assert(rowsFollowAllCases(), "every table must list the languages in allCases order");
+static_assert(rowsFollowAllCases(), "every key has a table, and it lists the languages in allCases order");
+static_assert(
+    std::ranges::none_of(names, [](QLatin1StringView name) { return name.isEmpty(); }), "every key has a name");
 
 } // namespace
 

@@ -47,6 +47,10 @@ QString noUpdateTitle() { return tr(Key::NoUpdateTitle); }
 QString noUpdateMessage() { return tr(Key::NoUpdateMessage); }
 QString download() { return tr(Key::Download); }
 QString later() { return tr(Key::Later); }
+QString waitingForAccess() { return tr(Key::WaitingForAccess); }
+QString accessNeededTitle() { return tr(Key::AccessNeededTitle); }
+QString accessNeededMessage() { return tr(Key::AccessNeededMessage); }
+QString noMouseConnected() { return tr(Key::NoMouseConnected); }
 
 QString updateMessage(const QString &version)
 {
