@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ui/PageFit.h"
+
 #include <QJsonObject>
 #include <QLatin1StringView>
 #include <QPoint>
 #include <QWidget>
-
-#include <QFont>
 
 #include <functional>
 #include <optional>
@@ -111,7 +111,6 @@ private:
     QLabel *makeSectionLabel(QWidget *parent, const QString &objectName);
     void refreshControls();
     void fitTextToWindow();
-    template<typename Widget> Widget *scaled(Widget *widget, int size, QFont::Weight weight, int maximumWidth);
 
     void checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName);
     void launchAtLoginChanged();
@@ -120,17 +119,9 @@ private:
     void openWebsite();
     void sendSettingChanged(QLatin1StringView settingName, const QString &value) const;
 
-    // A text of the cards, with the size and weight the design gives it and the widest it may be.
-    struct CardText
-    {
-        QWidget *widget;
-        int size;
-        QFont::Weight weight;
-        int maximumWidth;
-    };
-
     PreferencesServices m_services;
-    std::vector<CardText> m_cardTexts;
+    // The cards' texts and gaps, and how they fit the window in every language.
+    PageFit m_fit;
     QWidget *m_background = nullptr;
     QWidget *m_titleArea = nullptr;
     QLabel *m_titleLabel = nullptr;
