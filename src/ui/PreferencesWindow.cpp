@@ -31,8 +31,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace kestrix {
 
@@ -534,11 +534,14 @@ int PreferencesWindow::storedLanguageIndex()
 
 QString PreferencesWindow::formatSpeed(double speed)
 {
-    // The C library's "%.1f", whose rounding of the exact binary value (7.25 gives "7.2") is
-    // what the label and the analytics value both promise; Qt's own formatting rounds ties up.
+    // "%.1f" as in the C locale, whatever the system's number format: a dot in every language,
+    // and the rounding of the exact binary value (7.25 gives "7.2") that the label and the
+    // analytics value both promise. Qt's own formatting rounds ties up.
     std::array<char, 32> text {};
-    std::snprintf(text.data(), text.size(), "%.1f", speed);
-    return QString::fromLatin1(text.data());
+    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), speed, std::chars_format::fixed, 1);
+    if (error != std::errc())
+        return u"0.0"_s;
+    return QString::fromLatin1(text.data(), end - text.data());
 }
 
 void PreferencesWindow::checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName)

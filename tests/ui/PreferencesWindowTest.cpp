@@ -16,6 +16,8 @@
 #include <QComboBox>
 #include <QDesktopServices>
 #include <QLabel>
+#include <QLocale>
+#include <QScopeGuard>
 #include <QSet>
 #include <QSignalSpy>
 #include <QSlider>
@@ -23,6 +25,9 @@
 #include <QStyleOptionComboBox>
 #include <QTest>
 #include <QUrl>
+
+#include <clocale>
+#include <string>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -155,9 +160,12 @@ private Q_SLOTS:
         QTest::addColumn<int>("sliderValue");
         QTest::addColumn<double>("stored");
         QTest::addColumn<QString>("reported");
-        QTest::newRow("12.3456") << 123456 << 12.3456 << u"12.3"_s;
-        QTest::newRow("rounds up") << 48960 << 4.896 << u"4.9"_s;
-        QTest::newRow("highest") << 500000 << 50.0 << u"50.0"_s;
+        QTest::addColumn<QByteArray>("locale"); // the system's, for C and for Qt
+        QTest::newRow("12.3456") << 123456 << 12.3456 << u"12.3"_s << QByteArray();
+        QTest::newRow("rounds up") << 48960 << 4.896 << u"4.9"_s << QByteArray();
+        QTest::newRow("highest") << 500000 << 50.0 << u"50.0"_s << QByteArray();
+        // scripts/deps test generates the locale.
+        QTest::newRow("German system locale") << 123456 << 12.3456 << u"12.3"_s << QByteArray("de_DE.UTF-8");
     }
 
     void speedStoresTheUnroundedValueAndReportsOneDecimal()
@@ -165,6 +173,16 @@ private Q_SLOTS:
         QFETCH(int, sliderValue);
         QFETCH(double, stored);
         QFETCH(QString, reported);
+        QFETCH(QByteArray, locale);
+        const std::string previous = std::setlocale(LC_ALL, nullptr);
+        const auto restore = qScopeGuard([&previous] {
+            std::setlocale(LC_ALL, previous.c_str());
+            QLocale::setDefault(QLocale::c());
+        });
+        if (!locale.isEmpty()) {
+            QVERIFY2(std::setlocale(LC_ALL, locale.constData()) != nullptr, locale.constData());
+            QLocale::setDefault(QLocale(QString::fromLatin1(locale)));
+        }
         Shown shown;
         shown.get<QSlider>(u"speedSlider"_s)->setValue(sliderValue);
         QCOMPARE(store().doubleValue(SettingsKeys::scrollSpeed), stored);
