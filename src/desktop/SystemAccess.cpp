@@ -9,6 +9,8 @@
 #include <QFileInfo>
 #include <QProcess>
 
+#include <memory>
+
 namespace kestrix::AccessibilityHelper {
 
 using namespace Qt::StringLiterals;
@@ -22,21 +24,27 @@ constexpr int pkexecNotAuthorized = 127;
 void logPromptLine(const QString &text) { Log::write(("[Kestrix] Input permission: "_L1 + text).toStdString()); }
 
 // Runs pkexec without waiting: the event loop, and with it the once-a-second check, keeps running
-// while the user reads the dialog. The outcome is only logged; the checks see the result.
-void startPrompt()
+// while the user reads the dialog. The outcome is logged and, unless access was installed, noted
+// in `failed`; the checks see the result.
+void startPrompt(const std::shared_ptr<bool> &failed)
 {
     const QString helper = ruleHelperPath();
     if (helper.isEmpty()) {
         logPromptLine(u"the udev rule helper is not installed (" KESTRIX_INSTALLED_RULE_HELPER ")"_s);
+        *failed = true;
         return;
     }
     auto *process = new QProcess(QCoreApplication::instance());
     process->setProcessChannelMode(QProcess::ForwardedChannels);
-    QObject::connect(process, &QProcess::errorOccurred, process, [process](QProcess::ProcessError error) {
+    QObject::connect(process, &QProcess::errorOccurred, process, [process, failed](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart) {
+            *failed = true;
             logPromptLine(u"cannot start pkexec: "_s + process->errorString());
             process->deleteLater();
         }
+    });
+    QObject::connect(process, &QProcess::finished, process, [failed](int exitCode, QProcess::ExitStatus status) {
+        *failed = status != QProcess::NormalExit || exitCode != 0;
     });
     QObject::connect(process, &QProcess::finished, process, [process](int exitCode, QProcess::ExitStatus status) {
         if (status != QProcess::NormalExit)
@@ -65,13 +73,15 @@ QString ruleHelperPath()
 
 Access systemAccess()
 {
+    auto failed = std::make_shared<bool>(false);
     return {
         .isTrusted = [] { return InputAccess::isGranted(); },
         .promptOnce =
-            [] {
-                startPrompt();
+            [failed] {
+                startPrompt(failed);
                 return InputAccess::isGranted();
             },
+        .promptFailed = [failed] { return *failed; },
     };
 }
 
