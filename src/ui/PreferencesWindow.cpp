@@ -106,6 +106,8 @@ QPalette contentPalette(const QPalette &base)
     palette.setColor(QPalette::ToolTipBase, Qt::white);
     palette.setColor(QPalette::ToolTipText, text);
     palette.setColor(QPalette::PlaceholderText, AppStyle::purpleLight);
+    for (const QPalette::ColorRole role : { QPalette::WindowText, QPalette::Text, QPalette::ButtonText })
+        palette.setColor(QPalette::Disabled, role, ControlStyle::disabledColor().darker(130));
     return palette;
 }
 
@@ -143,8 +145,8 @@ PreferencesWindow::PreferencesWindow(PreferencesServices services, QWidget *pare
     palette.setColor(QPalette::Window, AppStyle::purple);
     setPalette(palette);
     setAutoFillBackground(true);
-    m_checkboxStyle = new CheckboxStyle;
-    m_checkboxStyle->setParent(this);
+    m_controlStyle = new ControlStyle;
+    m_controlStyle->setParent(this);
     setupUI();
     // Centred once; afterwards the window reappears wherever the user left it.
     if (const QScreen *screen = QGuiApplication::primaryScreen())
@@ -231,7 +233,7 @@ QWidget *PreferencesWindow::buildHeader(QWidget *parent)
     text->addWidget(m_subtitleLabel, 0, Qt::AlignLeft);
     text->addStretch(1);
 
-    m_commandBar = new HeaderCommandBar(m_checkboxStyle, header);
+    m_commandBar = new HeaderCommandBar(m_controlStyle, header);
     m_commandBar->setFont(AppStyle::systemFont(controlPoints));
     m_commandBar->setVisible(false);
     connect(m_commandBar, &HeaderCommandBar::toggleRequested, this, &PreferencesWindow::engineToggleRequested);
@@ -298,7 +300,7 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
     m_launchAtLoginCheckbox = new WrapCheckBox(card);
     m_launchAtLoginCheckbox->setObjectName(u"launchAtLoginCheckbox"_s);
     m_fit.addText(m_launchAtLoginCheckbox, controlPoints, QFont::Normal, cardContentWidth, PageFit::Wrap::TwoLines);
-    m_launchAtLoginCheckbox->setStyle(m_checkboxStyle);
+    m_launchAtLoginCheckbox->setStyle(m_controlStyle);
     connect(m_launchAtLoginCheckbox, &QCheckBox::clicked, this, &PreferencesWindow::launchAtLoginChanged);
 
     m_speedTitle = new QLabel(card);
@@ -316,6 +318,8 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
     m_speedSlider->setSingleStep(speedSliderScale / 10);
     m_speedSlider->setPageStep(speedSliderScale);
     m_speedSlider->setTickPosition(QSlider::NoTicks);
+    m_speedSlider->setStyle(m_controlStyle);
+    m_speedSlider->setAttribute(Qt::WA_Hover);
     // 200 wide where the title leaves room; a long title in some languages takes from the slider
     // rather than pushing the value out of the card.
     m_speedSlider->setMaximumWidth(sliderWidth);
@@ -369,7 +373,10 @@ QWidget *PreferencesWindow::buildLanguageCard(QWidget *parent)
     m_langPopup->setObjectName(u"langPopup"_s);
     m_langPopup->setFixedWidth(popupWidth);
     m_fit.addText(m_langPopup, controlPoints, QFont::Normal, popupWidth);
+    m_langPopup->setStyle(m_controlStyle);
+    m_langPopup->setAttribute(Qt::WA_Hover);
     m_langPopup->setMaxVisibleItems(16);
+    roundPopupList(m_langPopup);
     // Every language is listed by its own name, in its own script, whatever the current language.
     for (const Language language : Languages::allCases)
         m_langPopup->addItem(Languages::displayName(language), QString(Languages::rawValue(language)));
@@ -390,6 +397,7 @@ QWidget *PreferencesWindow::buildFooter(QWidget *parent) const
     auto *link = new LinkButton(QString(AppInfo::website), AppStyle::purpleLight);
     link->setObjectName(u"websiteLink"_s);
     link->setFont(footerFont);
+    link->setStyle(m_controlStyle);
     connect(link, &LinkButton::clicked, this, &PreferencesWindow::openWebsite);
 
     auto *contact = new QLabel(u" | "_s + AppInfo::contactEmail);
@@ -409,7 +417,7 @@ QCheckBox *PreferencesWindow::makeCheckbox(
     auto *checkbox = new WrapCheckBox(parent);
     checkbox->setObjectName(objectName);
     m_fit.addText(checkbox, controlPoints, QFont::Normal, cardContentWidth, PageFit::Wrap::TwoLines);
-    checkbox->setStyle(m_checkboxStyle);
+    checkbox->setStyle(m_controlStyle);
     // clicked, not toggled: only the user's own actions write, never a refresh from the store.
     connect(checkbox, &QCheckBox::clicked, this,
         [this, checkbox, key, settingName] { checkboxChanged(checkbox, key, settingName); });

@@ -19,7 +19,7 @@ class QSlider;
 
 namespace kestrix {
 
-class CheckboxStyle;
+class ControlStyle;
 class HeaderCommandBar;
 
 // What the preferences window reaches outside itself. live() gives the real ones; tests hand in
@@ -126,7 +126,7 @@ private:
     QWidget *m_titleArea = nullptr;
     QLabel *m_titleLabel = nullptr;
     // Shared by every checkbox of the window; deleted only after them.
-    CheckboxStyle *m_checkboxStyle = nullptr;
+    ControlStyle *m_controlStyle = nullptr;
 
     QLabel *m_subtitleLabel = nullptr;
     QLabel *m_dirLabel = nullptr;
