@@ -34,23 +34,37 @@ AppDelegate::AppDelegate(InputControl &input, LaunchServices services, QObject *
 
 AppDelegate::~AppDelegate() = default;
 
+QString AppDelegate::grantCommand()
+{
+    const QString helper = AccessibilityHelper::ruleHelperPath();
+    return u"pkexec "_s + (helper.isEmpty() ? u"" KESTRIX_INSTALLED_RULE_HELPER ""_s : helper);
+}
+
 void AppDelegate::applicationDidFinishLaunching()
 {
     Log::write("[Kestrix] 시작 중...");
+    m_statusBarController = m_services.makeStatusBar(m_input);
+    if (auto *statusBar = qobject_cast<StatusBarController *>(m_statusBarController.get()))
+        connect(this, &AppDelegate::accessStateChanged, statusBar, &StatusBarController::setAccessState);
+    Q_EMIT accessStateChanged(AccessState::Waiting, {});
     AccessibilityHelper::ensureAccessibility(
         [delegate = QPointer(this)] {
             if (delegate)
                 delegate->accessGranted();
         },
-        m_services.access);
+        m_services.access,
+        [delegate = QPointer(this)] {
+            if (delegate)
+                Q_EMIT delegate->accessStateChanged(AccessState::Needed, grantCommand());
+        });
 }
 
 void AppDelegate::accessGranted()
 {
     Log::write("[Kestrix] 접근성 권한 확인됨");
     m_input.start();
-    // Built after the start, so the menu's switch shows the engine as it now is.
-    m_statusBarController = m_services.makeStatusBar(m_input);
+    // After the start, so the menu's switch shows the engine as it now is.
+    Q_EMIT accessStateChanged(AccessState::Granted, {});
     Log::write("[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요");
 
     // The stored language goes out as it stands, a known code or not.

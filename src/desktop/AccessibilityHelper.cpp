@@ -35,7 +35,7 @@ void ensureAccessibility(std::function<void()> completion)
     ensureAccessibility(std::move(completion), systemAccess());
 }
 
-void ensureAccessibility(std::function<void()> completion, Access access)
+void ensureAccessibility(std::function<void()> completion, Access access, std::function<void()> promptFailed)
 {
     const bool trusted = access.isTrusted();
     logAnswer("[Kestrix] AXIsProcessTrusted = ", trusted);
@@ -52,9 +52,13 @@ void ensureAccessibility(std::function<void()> completion, Access access)
     auto *timer = new QTimer(QCoreApplication::instance());
     timer->setInterval(pollInterval);
     QObject::connect(timer, &QTimer::timeout, timer,
-        [timer, isTrusted = std::move(access.isTrusted), completion = std::move(completion)]() mutable {
-            if (!isTrusted())
+        [timer, isTrusted = std::move(access.isTrusted), completion = std::move(completion),
+            hasFailed = std::move(access.promptFailed), promptFailed = std::move(promptFailed)]() mutable {
+            if (!isTrusted()) {
+                if (promptFailed && hasFailed && hasFailed())
+                    std::exchange(promptFailed, nullptr)();
                 return;
+            }
             timer->stop();
             Log::write("[Kestrix] 접근성 권한 부여됨");
             runSoon(std::move(completion));

@@ -14,13 +14,15 @@
 // process of that user create virtual input devices, keyboards included.
 namespace kestrix::AccessibilityHelper {
 
-// The two questions asked of the system. Tests answer them themselves.
+// The questions asked of the system. Tests answer them themselves.
 struct Access
 {
     // Whether Kestrix may read every mouse and write /dev/uinput; no prompt, no side effect.
     std::function<bool()> isTrusted;
     // Starts the system's prompt without waiting for it and returns the trust answer of the moment.
     std::function<bool()> promptOnce;
+    // Whether that prompt has ended, or could not start, without granting access. Optional.
+    std::function<bool()> promptFailed = nullptr;
 };
 
 // The real questions: InputAccess::isGranted(), and pkexec of the installed rule helper.
@@ -30,9 +32,10 @@ Access systemAccess();
 // event loop. Otherwise prompts once, logs "[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0|1",
 // and checks every 1.0 s; the check that finds access logs "[Kestrix] 접근성 권한 부여됨", stops
 // the checks and runs `completion` on the next pass. Returns at once; call it on the main thread.
-// The continuation runs at most once, and never when access is never granted.
+// The continuation runs at most once, and never when access is never granted. `promptFailed` runs
+// at most once, at the first check that finds the prompt over without access; the checks go on.
 void ensureAccessibility(std::function<void()> completion);
-void ensureAccessibility(std::function<void()> completion, Access access);
+void ensureAccessibility(std::function<void()> completion, Access access, std::function<void()> promptFailed = nullptr);
 
 // The canonical form of `path` when it names an executable file that only root can change: it and
 // every folder above it are owned by root and writable by no one else. Empty otherwise. pkexec is

@@ -11,6 +11,7 @@
 #include <QProcess>
 
 #include <sys/stat.h>
+#include <memory>
 
 namespace kestrix::AccessibilityHelper {
 
@@ -38,27 +39,34 @@ bool rootOnly(const QString &path, bool directory)
 }
 
 // Runs pkexec without waiting: the event loop, and with it the once-a-second check, keeps running
-// while the user reads the dialog. The outcome is only logged; the checks see the result.
-void startPrompt()
+// while the user reads the dialog. The outcome is logged and, unless access was installed, noted
+// in `failed`; the checks see the result.
+void startPrompt(const std::shared_ptr<bool> &failed)
 {
     const QString helper = ruleHelperPath();
     if (helper.isEmpty()) {
         logPromptLine(u"the udev rule helper is not installed as " KESTRIX_INSTALLED_RULE_HELPER
                       " (from a source tree, scripts/run grants access with sudo)"_s);
+        *failed = true;
         return;
     }
     const QString pkexec = rootOnlyExecutable(pkexecPath);
     if (pkexec.isEmpty()) {
         logPromptLine(u"cannot ask for it: "_s + pkexecPath + u" is missing (Debian package pkexec)"_s);
+        *failed = true;
         return;
     }
     auto *process = new QProcess(QCoreApplication::instance());
     process->setProcessChannelMode(QProcess::ForwardedChannels);
-    QObject::connect(process, &QProcess::errorOccurred, process, [process](QProcess::ProcessError error) {
+    QObject::connect(process, &QProcess::errorOccurred, process, [process, failed](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart) {
+            *failed = true;
             logPromptLine(u"cannot start pkexec: "_s + process->errorString());
             process->deleteLater();
         }
+    });
+    QObject::connect(process, &QProcess::finished, process, [failed](int exitCode, QProcess::ExitStatus status) {
+        *failed = status != QProcess::NormalExit || exitCode != 0;
     });
     QObject::connect(process, &QProcess::finished, process, [process](int exitCode, QProcess::ExitStatus status) {
         if (status != QProcess::NormalExit)
@@ -98,13 +106,15 @@ QString ruleHelperPath() { return rootOnlyExecutable(u"" KESTRIX_INSTALLED_RULE_
 
 Access systemAccess()
 {
+    auto failed = std::make_shared<bool>(false);
     return {
         .isTrusted = [] { return InputAccess::isGranted(); },
         .promptOnce =
-            [] {
-                startPrompt();
+            [failed] {
+                startPrompt(failed);
                 return InputAccess::isGranted();
             },
+        .promptFailed = [failed] { return *failed; },
     };
 }
 

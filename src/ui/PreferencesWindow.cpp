@@ -11,6 +11,7 @@
 #include "ui/AppStyle.h"
 #include "ui/CardView.h"
 #include "ui/GradientView.h"
+#include "ui/PageFit.h"
 #include "ui/WindowChrome.h"
 
 #include <QApplication>
@@ -30,8 +31,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace kestrix {
 
@@ -67,11 +68,8 @@ constexpr int footerPoints = 11;
 
 constexpr int subtitleAlpha = 204; // white at 80 %
 
-// Scripts drawn taller than Latin (Burmese, Kannada, Thai) and long translations must still fit
-// the fixed window: their texts get smaller, a pixel at a time, down to these limits.
-constexpr int maximumShrink = 3; // pixels off every card text when the cards are too tall
-constexpr int minimumTextSize = 10; // no card text below this
-constexpr int minimumTitleTop = 28; // the header's top strip never shrinks below the close button
+// A tall script lifts the header's title block into its top strip, never above the close button.
+constexpr int minimumTitleTop = 28;
 constexpr int cardContentWidth = PreferencesWindow::windowWidth - 4 * sideMargin;
 constexpr int speedValueWidth = 32; // room kept for "50.0" when fitting the speed title
 
@@ -108,16 +106,19 @@ QPalette contentPalette(const QPalette &base)
     palette.setColor(QPalette::ToolTipBase, Qt::white);
     palette.setColor(QPalette::ToolTipText, text);
     palette.setColor(QPalette::PlaceholderText, AppStyle::purpleLight);
+    for (const QPalette::ColorRole role : { QPalette::WindowText, QPalette::Text, QPalette::ButtonText })
+        palette.setColor(QPalette::Disabled, role, ControlStyle::disabledColor().darker(130));
     return palette;
 }
 
 // A card's rows sit 24 in from its sides and 14 from its top and bottom, with no spacing of their
-// own: each gap between rows is added where it belongs.
-template<typename Layout> Layout *cardLayout(CardView *card)
+// own: each gap between rows is added where it belongs. A tall script narrows the top and bottom.
+template<typename Layout> Layout *cardLayout(CardView *card, PageFit &fit)
 {
     auto *layout = new Layout(card);
     layout->setContentsMargins(sideMargin, cardInnerMargin, sideMargin, cardInnerMargin);
     layout->setSpacing(0);
+    fit.addLayout(layout);
     return layout;
 }
 
@@ -144,8 +145,8 @@ PreferencesWindow::PreferencesWindow(PreferencesServices services, QWidget *pare
     palette.setColor(QPalette::Window, AppStyle::purple);
     setPalette(palette);
     setAutoFillBackground(true);
-    m_checkboxStyle = new CheckboxStyle;
-    m_checkboxStyle->setParent(this);
+    m_controlStyle = new ControlStyle;
+    m_controlStyle->setParent(this);
     setupUI();
     // Centred once; afterwards the window reappears wherever the user left it.
     if (const QScreen *screen = QGuiApplication::primaryScreen())
@@ -183,7 +184,8 @@ void PreferencesWindow::setupUI()
     body->addWidget(buildDirectionCard(background));
     body->addWidget(buildBehaviorCard(background));
     body->addWidget(buildLanguageCard(background));
-    body->addSpacing(footerGap - cardGap);
+    m_fit.addLayout(body);
+    m_fit.addGap(body, footerGap - cardGap);
     body->addWidget(buildFooter(background));
     // Nothing ties the stack to the bottom: it ends where its contents end.
     body->addStretch(1);
@@ -231,7 +233,7 @@ QWidget *PreferencesWindow::buildHeader(QWidget *parent)
     text->addWidget(m_subtitleLabel, 0, Qt::AlignLeft);
     text->addStretch(1);
 
-    m_commandBar = new HeaderCommandBar(m_checkboxStyle, header);
+    m_commandBar = new HeaderCommandBar(m_controlStyle, header);
     m_commandBar->setFont(AppStyle::systemFont(controlPoints));
     m_commandBar->setVisible(false);
     connect(m_commandBar, &HeaderCommandBar::toggleRequested, this, &PreferencesWindow::engineToggleRequested);
@@ -267,7 +269,7 @@ QWidget *PreferencesWindow::buildDirectionCard(QWidget *parent)
 {
     auto *card = new CardView(parent);
     card->setObjectName(u"directionCard"_s);
-    auto *layout = cardLayout<QVBoxLayout>(card);
+    auto *layout = cardLayout<QVBoxLayout>(card, m_fit);
     m_dirLabel = makeSectionLabel(card, u"dirLabel"_s);
     m_verticalCheckbox
         = makeCheckbox(card, u"verticalCheckbox"_s, SettingsKeys::enableVerticalScroll, "vertical_scroll"_L1);
@@ -275,11 +277,11 @@ QWidget *PreferencesWindow::buildDirectionCard(QWidget *parent)
         = makeCheckbox(card, u"horizontalCheckbox"_s, SettingsKeys::enableHorizontalScroll, "horizontal_scroll"_L1);
     m_diagonalCheckbox = makeCheckbox(card, u"diagonalCheckbox"_s, SettingsKeys::diagonalScroll, "diagonal_scroll"_L1);
     layout->addWidget(m_dirLabel, 0, Qt::AlignLeft);
-    layout->addSpacing(afterSectionLabel);
+    m_fit.addGap(layout, afterSectionLabel);
     layout->addWidget(m_verticalCheckbox, 0, Qt::AlignLeft);
-    layout->addSpacing(betweenCheckboxes);
+    m_fit.addGap(layout, betweenCheckboxes);
     layout->addWidget(m_horizontalCheckbox, 0, Qt::AlignLeft);
-    layout->addSpacing(betweenCheckboxes);
+    m_fit.addGap(layout, betweenCheckboxes);
     layout->addWidget(m_diagonalCheckbox, 0, Qt::AlignLeft);
     return card;
 }
@@ -288,23 +290,24 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
 {
     auto *card = new CardView(parent);
     card->setObjectName(u"behaviorCard"_s);
-    auto *layout = cardLayout<QVBoxLayout>(card);
+    auto *layout = cardLayout<QVBoxLayout>(card, m_fit);
     m_behLabel = makeSectionLabel(card, u"behLabel"_s);
     m_reverseCheckbox = makeCheckbox(card, u"reverseCheckbox"_s, SettingsKeys::reverseScroll, "reverse_scroll"_L1);
     m_smoothCheckbox = makeCheckbox(card, u"smoothCheckbox"_s, SettingsKeys::usePixelScrolling, "smooth_scroll"_L1);
     m_momentumCheckbox = makeCheckbox(card, u"momentumCheckbox"_s, SettingsKeys::momentumScroll, "momentum_scroll"_L1);
 
     // Launch at login is no setting of this store: it is the autostart entry itself.
-    m_launchAtLoginCheckbox = new QCheckBox(card);
+    m_launchAtLoginCheckbox = new WrapCheckBox(card);
     m_launchAtLoginCheckbox->setObjectName(u"launchAtLoginCheckbox"_s);
-    scaled(m_launchAtLoginCheckbox, controlPoints, QFont::Normal, cardContentWidth);
-    m_launchAtLoginCheckbox->setStyle(m_checkboxStyle);
+    m_fit.addText(m_launchAtLoginCheckbox, controlPoints, QFont::Normal, cardContentWidth, PageFit::Wrap::TwoLines);
+    m_launchAtLoginCheckbox->setStyle(m_controlStyle);
     connect(m_launchAtLoginCheckbox, &QCheckBox::clicked, this, &PreferencesWindow::launchAtLoginChanged);
 
     m_speedTitle = new QLabel(card);
     m_speedTitle->setObjectName(u"speedTitle"_s);
-    scaled(m_speedTitle, controlPoints, QFont::Normal,
-        cardContentWidth - speedTitleToSlider - minimumSliderWidth - sliderToValue - speedValueWidth);
+    m_fit.addText(m_speedTitle, controlPoints, QFont::Normal,
+        cardContentWidth - speedTitleToSlider - minimumSliderWidth - sliderToValue - speedValueWidth,
+        PageFit::Wrap::TwoLines);
     setTextColor(m_speedTitle, AppStyle::textPrimary);
 
     m_speedSlider = new QSlider(Qt::Horizontal, card);
@@ -315,6 +318,8 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
     m_speedSlider->setSingleStep(speedSliderScale / 10);
     m_speedSlider->setPageStep(speedSliderScale);
     m_speedSlider->setTickPosition(QSlider::NoTicks);
+    m_speedSlider->setStyle(m_controlStyle);
+    m_speedSlider->setAttribute(Qt::WA_Hover);
     // 200 wide where the title leaves room; a long title in some languages takes from the slider
     // rather than pushing the value out of the card.
     m_speedSlider->setMaximumWidth(sliderWidth);
@@ -331,7 +336,7 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
     m_speedLabel->setObjectName(u"speedLabel"_s);
     // The desktop's sans fonts draw digits at one width, so the value does not wobble as it
     // changes.
-    scaled(m_speedLabel, controlPoints, QFont::Medium, speedValueWidth);
+    m_fit.addText(m_speedLabel, controlPoints, QFont::Medium, speedValueWidth);
     setTextColor(m_speedLabel, AppStyle::purple);
     // Room for the widest value the slider gives, so the row never shifts while dragging.
     m_speedLabel->setMinimumWidth(speedValueWidth);
@@ -347,13 +352,13 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
     speedRow->addStretch(0);
 
     layout->addWidget(m_behLabel, 0, Qt::AlignLeft);
-    layout->addSpacing(afterSectionLabel);
+    m_fit.addGap(layout, afterSectionLabel);
     for (QCheckBox *checkbox : { m_reverseCheckbox, m_smoothCheckbox, m_momentumCheckbox }) {
         layout->addWidget(checkbox, 0, Qt::AlignLeft);
-        layout->addSpacing(betweenCheckboxes);
+        m_fit.addGap(layout, betweenCheckboxes);
     }
     layout->addWidget(m_launchAtLoginCheckbox, 0, Qt::AlignLeft);
-    layout->addSpacing(beforeSpeedRow);
+    m_fit.addGap(layout, beforeSpeedRow);
     layout->addLayout(speedRow);
     return card;
 }
@@ -367,15 +372,18 @@ QWidget *PreferencesWindow::buildLanguageCard(QWidget *parent)
     m_langPopup = new QComboBox(card);
     m_langPopup->setObjectName(u"langPopup"_s);
     m_langPopup->setFixedWidth(popupWidth);
-    scaled(m_langPopup, controlPoints, QFont::Normal, popupWidth);
+    m_fit.addText(m_langPopup, controlPoints, QFont::Normal, popupWidth);
+    m_langPopup->setStyle(m_controlStyle);
+    m_langPopup->setAttribute(Qt::WA_Hover);
     m_langPopup->setMaxVisibleItems(16);
+    roundPopupList(m_langPopup);
     // Every language is listed by its own name, in its own script, whatever the current language.
     for (const Language language : Languages::allCases)
         m_langPopup->addItem(Languages::displayName(language), QString(Languages::rawValue(language)));
     // Only a choice of the user's counts, never a selection made by the program.
     connect(m_langPopup, &QComboBox::activated, this, &PreferencesWindow::languageChanged);
 
-    auto *layout = cardLayout<QHBoxLayout>(card);
+    auto *layout = cardLayout<QHBoxLayout>(card, m_fit);
     layout->addWidget(m_langLabel, 0, Qt::AlignVCenter);
     layout->addSpacing(langLabelToPopup);
     layout->addWidget(m_langPopup, 0, Qt::AlignVCenter);
@@ -389,6 +397,7 @@ QWidget *PreferencesWindow::buildFooter(QWidget *parent) const
     auto *link = new LinkButton(QString(AppInfo::website), AppStyle::purpleLight);
     link->setObjectName(u"websiteLink"_s);
     link->setFont(footerFont);
+    link->setStyle(m_controlStyle);
     connect(link, &LinkButton::clicked, this, &PreferencesWindow::openWebsite);
 
     auto *contact = new QLabel(u" | "_s + AppInfo::contactEmail);
@@ -405,10 +414,10 @@ QWidget *PreferencesWindow::buildFooter(QWidget *parent) const
 QCheckBox *PreferencesWindow::makeCheckbox(
     QWidget *parent, const QString &objectName, QLatin1StringView key, QLatin1StringView settingName)
 {
-    auto *checkbox = new QCheckBox(parent);
+    auto *checkbox = new WrapCheckBox(parent);
     checkbox->setObjectName(objectName);
-    scaled(checkbox, controlPoints, QFont::Normal, cardContentWidth);
-    checkbox->setStyle(m_checkboxStyle);
+    m_fit.addText(checkbox, controlPoints, QFont::Normal, cardContentWidth, PageFit::Wrap::TwoLines);
+    checkbox->setStyle(m_controlStyle);
     // clicked, not toggled: only the user's own actions write, never a refresh from the store.
     connect(checkbox, &QCheckBox::clicked, this,
         [this, checkbox, key, settingName] { checkboxChanged(checkbox, key, settingName); });
@@ -421,8 +430,8 @@ QLabel *PreferencesWindow::makeSectionLabel(QWidget *parent, const QString &obje
     label->setObjectName(objectName);
     // The language card's label shares its row with the pop-up.
     const bool sharesRow = objectName == "langLabel"_L1;
-    scaled(label, sectionPoints, QFont::DemiBold,
-        sharesRow ? cardContentWidth - langLabelToPopup - popupWidth : cardContentWidth);
+    m_fit.addText(label, sectionPoints, QFont::DemiBold,
+        sharesRow ? cardContentWidth - langLabelToPopup - popupWidth : cardContentWidth, PageFit::Wrap::TwoLines);
     setTextColor(label, AppStyle::purple);
     return label;
 }
@@ -482,38 +491,26 @@ void PreferencesWindow::updateStrings()
     fitTextToWindow();
 }
 
-template<typename Widget>
-Widget *PreferencesWindow::scaled(Widget *widget, int size, QFont::Weight weight, int maximumWidth)
-{
-    widget->setFont(AppStyle::systemFont(size, weight));
-    m_cardTexts.push_back({ widget, size, weight, maximumWidth });
-    return widget;
-}
-
 void PreferencesWindow::fitTextToWindow()
 {
-    const int availableHeight = windowHeight - 1;
-    for (int shrink = 0; shrink <= maximumShrink; ++shrink) {
-        for (const CardText &text : m_cardTexts) {
-            int size = std::max(minimumTextSize, text.size - shrink);
-            text.widget->setFont(AppStyle::systemFont(size, text.weight));
-            // A translation too long for its row gets smaller on its own.
-            while (size > minimumTextSize && text.widget->sizeHint().width() > text.maximumWidth)
-                text.widget->setFont(AppStyle::systemFont(--size, text.weight));
-        }
-        m_background->layout()->invalidate();
-        if (m_background->layout()->sizeHint().height() <= availableHeight)
-            break;
-    }
+    // The page inside the window's 1 pixel edge.
+    m_fit.fit(m_background, QSize(windowWidth - 2, windowHeight - 1));
 
-    // The subtitle keeps to one line across the band, and the title block to the band's height:
-    // a tall script lifts the block into the top strip rather than spilling out of the band.
-    int subtitleSize = subtitlePoints;
-    m_subtitleLabel->setFont(AppStyle::systemFont(subtitleSize));
-    while (subtitleSize > minimumTextSize - 1 && m_subtitleLabel->sizeHint().width() > windowWidth - 2 * sideMargin)
-        m_subtitleLabel->setFont(AppStyle::systemFont(--subtitleSize));
-    const int titleBlock = m_titleLabel->sizeHint().height() + titleToSubtitle + m_subtitleLabel->sizeHint().height();
+    // The subtitle takes a second line rather than getting smaller, and the title block keeps to
+    // the band's height: a tall script lifts the block into the top strip.
+    const int subtitleWidth = windowWidth - 2 * sideMargin;
+    m_subtitleLabel->setWordWrap(false);
+    m_subtitleLabel->setMinimumWidth(0);
+    m_subtitleLabel->setMaximumWidth(QWIDGETSIZE_MAX);
+    if (m_subtitleLabel->sizeHint().width() > subtitleWidth) {
+        m_subtitleLabel->setWordWrap(true);
+        m_subtitleLabel->setFixedWidth(subtitleWidth);
+    }
+    const int subtitleHeight = m_subtitleLabel->wordWrap() ? m_subtitleLabel->heightForWidth(subtitleWidth)
+                                                           : m_subtitleLabel->sizeHint().height();
+    const int titleBlock = m_titleLabel->sizeHint().height() + titleToSubtitle + subtitleHeight;
     m_titleArea->setFixedHeight(std::clamp(headerHeight - titleBlock, minimumTitleTop, titleTop));
+    PageFit::activateLayouts(this);
 }
 
 Qt::LayoutDirection PreferencesWindow::languageDirection()
@@ -545,11 +542,14 @@ int PreferencesWindow::storedLanguageIndex()
 
 QString PreferencesWindow::formatSpeed(double speed)
 {
-    // The C library's "%.1f", whose rounding of the exact binary value (7.25 gives "7.2") is
-    // what the label and the analytics value both promise; Qt's own formatting rounds ties up.
+    // "%.1f" as in the C locale, whatever the system's number format: a dot in every language,
+    // and the rounding of the exact binary value (7.25 gives "7.2") that the label and the
+    // analytics value both promise. Qt's own formatting rounds ties up.
     std::array<char, 32> text {};
-    std::snprintf(text.data(), text.size(), "%.1f", speed);
-    return QString::fromLatin1(text.data());
+    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), speed, std::chars_format::fixed, 1);
+    if (error != std::errc())
+        return u"0.0"_s;
+    return QString::fromLatin1(text.data(), end - text.data());
 }
 
 void PreferencesWindow::checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName)

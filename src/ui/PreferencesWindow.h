@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ui/PageFit.h"
+
 #include <QJsonObject>
 #include <QLatin1StringView>
 #include <QPoint>
 #include <QWidget>
-
-#include <QFont>
 
 #include <functional>
 #include <optional>
@@ -19,7 +19,7 @@ class QSlider;
 
 namespace kestrix {
 
-class CheckboxStyle;
+class ControlStyle;
 class HeaderCommandBar;
 
 // What the preferences window reaches outside itself. live() gives the real ones; tests hand in
@@ -111,7 +111,6 @@ private:
     QLabel *makeSectionLabel(QWidget *parent, const QString &objectName);
     void refreshControls();
     void fitTextToWindow();
-    template<typename Widget> Widget *scaled(Widget *widget, int size, QFont::Weight weight, int maximumWidth);
 
     void checkboxChanged(QCheckBox *checkbox, QLatin1StringView key, QLatin1StringView settingName);
     void launchAtLoginChanged();
@@ -120,22 +119,14 @@ private:
     void openWebsite();
     void sendSettingChanged(QLatin1StringView settingName, const QString &value) const;
 
-    // A text of the cards, with the size and weight the design gives it and the widest it may be.
-    struct CardText
-    {
-        QWidget *widget;
-        int size;
-        QFont::Weight weight;
-        int maximumWidth;
-    };
-
     PreferencesServices m_services;
-    std::vector<CardText> m_cardTexts;
+    // The cards' texts and gaps, and how they fit the window in every language.
+    PageFit m_fit;
     QWidget *m_background = nullptr;
     QWidget *m_titleArea = nullptr;
     QLabel *m_titleLabel = nullptr;
     // Shared by every checkbox of the window; deleted only after them.
-    CheckboxStyle *m_checkboxStyle = nullptr;
+    ControlStyle *m_controlStyle = nullptr;
 
     QLabel *m_subtitleLabel = nullptr;
     QLabel *m_dirLabel = nullptr;

@@ -9,13 +9,51 @@
 #include <QAction>
 #include <QCoreApplication>
 #include <QCursor>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QGuiApplication>
 #include <QIcon>
+#include <QKeyEvent>
 #include <QMenu>
+#include <QMessageBox>
+
+#include <algorithm>
 
 namespace kestrix {
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Qt hands the tray to the desktop's StatusNotifierItem host whenever this service is on the
+// session bus, and the host then draws the menu from a description.
+bool statusNotifierWatcherRunning()
+{
+    const QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    return bus != nullptr && bus->isServiceRegistered(u"org.kde.StatusNotifierWatcher"_s);
+}
+
+// org.freedesktop.Notifications.Notify, without waiting for the answer.
+void notifyDesktop(const QString &title, const QString &body, std::function<void()> unavailable)
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(u"org.freedesktop.Notifications"_s,
+        u"/org/freedesktop/Notifications"_s, u"org.freedesktop.Notifications"_s, u"Notify"_s);
+    // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout (0: stays)
+    call << QString(AppInfo::displayName) << 0U << u"com.orvane.kestrix"_s << title << body << QStringList()
+         << QVariantMap() << 0;
+    auto *watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call));
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+        [unavailable = std::move(unavailable)](QDBusPendingCallWatcher *finished) {
+            if (finished->isError())
+                unavailable();
+            finished->deleteLater();
+        });
+}
+
+} // namespace
 
 StatusBarServices StatusBarServices::live()
 {
@@ -24,6 +62,8 @@ StatusBarServices StatusBarServices::live()
         .checkSilently = [] { UpdateChecker::checkSilently(); },
         .isTrayAvailable = [] { return QSystemTrayIcon::isSystemTrayAvailable(); },
         .quitApplication = [] { QCoreApplication::quit(); },
+        .isMenuDrawnByDesktop = statusNotifierWatcherRunning,
+        .notify = notifyDesktop,
         .preferences = PreferencesServices::live(),
     };
 }
@@ -40,6 +80,7 @@ StatusBarController::StatusBarController(InputControl &input, StatusBarServices 
     setupStatusBar();
     connect(&LanguageNotifier::instance(), &LanguageNotifier::languageDidChange, this,
         &StatusBarController::updateMenuStrings);
+    connect(&m_input, &InputControl::miceChanged, this, &StatusBarController::updateStatus);
 
     if (!m_services.isTrayAvailable()) {
         // No tray to live in: the window is the way in, with the commands the menu would carry.
@@ -60,6 +101,9 @@ void StatusBarController::setupStatusBar()
 
     QAction *productLine = m_menu->addAction(QString(AppInfo::displayLine));
     productLine->setEnabled(false);
+    m_statusItem = m_menu->addAction(QString());
+    m_statusItem->setEnabled(false);
+    m_statusItem->setVisible(false);
     m_menu->addSeparator();
 
     m_toggleItem = m_menu->addAction(QString());
@@ -81,16 +125,18 @@ void StatusBarController::setupStatusBar()
     // Ctrl+Q itself rather than the platform's Quit binding, which some desktops leave empty.
     m_quitItem->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     m_quitItem->setShortcutContext(Qt::ApplicationShortcut);
-    m_quitItem->setShortcutVisibleInContextMenu(true);
     connect(m_quitItem, &QAction::triggered, this, &StatusBarController::quit);
+    m_menu->installEventFilter(this);
 
     updateMenuStrings();
 
     if (!m_services.isTrayAvailable())
         return;
+    // A menu the desktop draws never passes Ctrl+Q on: it shows no shortcut there.
+    m_quitItem->setShortcutVisibleInContextMenu(!m_services.isMenuDrawnByDesktop());
     m_trayIcon = new QSystemTrayIcon(appIcon(), this);
-    m_trayIcon->setToolTip(QString(AppInfo::displayName));
     m_trayIcon->setContextMenu(m_menu.get());
+    updateStatus();
     connect(m_trayIcon, &QSystemTrayIcon::activated, this, &StatusBarController::trayActivated);
     m_trayIcon->show();
 }
@@ -115,10 +161,88 @@ void StatusBarController::updateMenuStrings()
     m_quitItem->setText(L10n::quit());
     // Where the menu is drawn by Kestrix itself, it reads the way the language is written.
     m_menu->setLayoutDirection(PreferencesWindow::languageDirection());
+    updateStatus();
+}
+
+bool StatusBarController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_menu.get() && event->type() == QEvent::KeyPress) {
+        const auto *key = static_cast<QKeyEvent *>(event);
+        if (QKeySequence(key->keyCombination()) == m_quitItem->shortcut()) {
+            m_menu->close();
+            m_quitItem->trigger();
+            return true;
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+QString StatusBarController::statusText() const
+{
+    if (m_accessState != AccessState::Granted)
+        return L10n::waitingForAccess();
+    const std::vector<MouseInfo> mice = m_input.mice();
+    if (std::none_of(mice.begin(), mice.end(), [](const MouseInfo &mouse) { return mouse.connected; }))
+        return L10n::noMouseConnected();
+    return {};
+}
+
+void StatusBarController::updateStatus()
+{
+    const QString status = statusText();
+    m_statusItem->setText(status);
+    m_statusItem->setVisible(!status.isEmpty());
+    if (m_trayIcon != nullptr)
+        m_trayIcon->setToolTip(
+            status.isEmpty() ? QString(AppInfo::displayName) : AppInfo::displayName + u"\n"_s + status);
+}
+
+void StatusBarController::setAccessState(AccessState state, const QString &grantCommand)
+{
+    m_accessState = state;
+    // The switch means nothing before the engine may run.
+    m_toggleItem->setEnabled(state == AccessState::Granted);
+    m_toggleItem->setChecked(m_input.isEnabled());
+    updateStatus();
+    if (state == AccessState::Needed && !m_accessNeededTold) {
+        m_accessNeededTold = true;
+        tellAccessNeeded(grantCommand);
+    }
+}
+
+void StatusBarController::tellAccessNeeded(const QString &grantCommand)
+{
+    if (m_trayIcon == nullptr) {
+        showAccessNeededInWindow(grantCommand);
+        return;
+    }
+    m_services.notify(L10n::accessNeededTitle(), L10n::accessNeededMessage() + u"\n"_s + grantCommand,
+        [controller = QPointer(this), grantCommand] {
+            if (controller)
+                controller->showAccessNeededInWindow(grantCommand);
+        });
+}
+
+void StatusBarController::showAccessNeededInWindow(const QString &grantCommand)
+{
+    PreferencesWindow &window = ensurePreferencesWindow();
+    if (!window.isVisible())
+        window.showWindow();
+    // Not modal: the window stays usable, and the command can be selected and copied.
+    auto *box = new QMessageBox(
+        QMessageBox::Warning, QString(AppInfo::displayName), L10n::accessNeededTitle(), QMessageBox::Ok, &window);
+    box->setObjectName(u"accessNeededMessage"_s);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setLayoutDirection(PreferencesWindow::languageDirection());
+    box->setInformativeText(L10n::accessNeededMessage() + u"\n\n"_s + grantCommand);
+    box->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    box->open();
 }
 
 void StatusBarController::toggleEnabled()
 {
+    if (m_accessState != AccessState::Granted)
+        return;
     const bool enabled = !m_input.isEnabled();
     m_input.setEnabled(enabled);
     m_toggleItem->setChecked(enabled);

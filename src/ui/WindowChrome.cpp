@@ -2,15 +2,20 @@
 
 #include "ui/AppStyle.h"
 
+#include <QAbstractItemView>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QFocusEvent>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
+#include <QPainterPath>
 #include <QPushButton>
 #include <QStyle>
+#include <QStyleOptionComboBox>
 #include <QStyleOptionFocusRect>
+#include <QStyleOptionSlider>
 
 namespace kestrix {
 
@@ -24,14 +29,73 @@ constexpr int linkPadding = 2; // logical pixels around the text, room for the f
 
 } // namespace
 
-int CheckboxStyle::pixelMetric(PixelMetric metric, const QStyleOption *option, const QWidget *widget) const
+namespace {
+
+constexpr int boxInset = 3; // logical pixels from the checkbox indicator's edge to the box: room for the ring
+constexpr qreal boxRadius = 4.0;
+constexpr int sliderInset = 4; // logical pixels at each end of the track: room for the thumb's ring
+constexpr qreal trackHeight = 4.0;
+constexpr qreal fieldRadius = 6.0; // the pop-up's field
+
+constexpr qreal listRadius = 8.0; // the pop-up's open list
+
+// Keeps a window's shape to a rounded rectangle at every size.
+class RoundedShape final : public QObject
+{
+public:
+    using QObject::QObject;
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::Resize) {
+            auto *window = static_cast<QWidget *>(watched);
+            QPainterPath outline;
+            outline.addRoundedRect(QRectF(window->rect()), listRadius, listRadius);
+            window->setMask(QRegion(outline.toFillPolygon().toPolygon()));
+        }
+        return false;
+    }
+};
+
+QColor withAlpha(QColor colour, float alpha)
+{
+    colour.setAlphaF(alpha);
+    return colour;
+}
+
+} // namespace
+
+bool ControlStyle::showsFocus(const QStyleOption &option)
+{
+    return (option.state & State_HasFocus) != 0 && (option.state & State_KeyboardFocusChange) != 0;
+}
+
+QColor ControlStyle::disabledColor() { return { 188, 186, 204 }; }
+
+int ControlStyle::pixelMetric(PixelMetric metric, const QStyleOption *option, const QWidget *widget) const
 {
     if (metric == PM_IndicatorWidth || metric == PM_IndicatorHeight)
         return indicatorSize;
+    if (metric == PM_SliderLength)
+        return thumbSize;
+    if (metric == PM_SliderThickness || metric == PM_SliderControlThickness)
+        return thumbSize + 2 * sliderInset;
     return QProxyStyle::pixelMetric(metric, option, widget);
 }
 
-QSize CheckboxStyle::sizeFromContents(
+int ControlStyle::styleHint(
+    StyleHint hint, const QStyleOption *option, const QWidget *widget, QStyleHintReturn *returnData) const
+{
+    // The list opens below the field, so it honours maxVisibleItems instead of filling the screen.
+    if (hint == SH_ComboBox_Popup)
+        return 0;
+    if (hint == SH_ComboBox_PopupFrameStyle)
+        return QFrame::NoFrame;
+    return QProxyStyle::styleHint(hint, option, widget, returnData);
+}
+
+QSize ControlStyle::sizeFromContents(
     ContentsType type, const QStyleOption *option, const QSize &contentsSize, const QWidget *widget) const
 {
     QSize size = QProxyStyle::sizeFromContents(type, option, contentsSize, widget);
@@ -40,9 +104,49 @@ QSize CheckboxStyle::sizeFromContents(
     return size;
 }
 
-void CheckboxStyle::drawPrimitive(
+QRect ControlStyle::subElementRect(SubElement element, const QStyleOption *option, const QWidget *widget) const
+{
+    // A checkbox's focus ring goes round its box, not its text.
+    if (element == SE_CheckBoxFocusRect)
+        return QProxyStyle::subElementRect(SE_CheckBoxIndicator, option, widget);
+    return QProxyStyle::subElementRect(element, option, widget);
+}
+
+QRect ControlStyle::subControlRect(
+    ComplexControl control, const QStyleOptionComplex *option, SubControl sub, const QWidget *widget) const
+{
+    const auto *slider = qstyleoption_cast<const QStyleOptionSlider *>(option);
+    if (control != CC_Slider || slider == nullptr || slider->orientation != Qt::Horizontal)
+        return QProxyStyle::subControlRect(control, option, sub, widget);
+    // The thumb travels the track, which ends short of the widget's edges so the thumb's focus
+    // ring is never cut off. A slider reads right to left through upsideDown.
+    const QRect track = slider->rect.adjusted(sliderInset, 0, -sliderInset, 0);
+    if (sub == SC_SliderGroove)
+        return track;
+    if (sub == SC_SliderHandle) {
+        const int offset = sliderPositionFromValue(
+            slider->minimum, slider->maximum, slider->sliderPosition, track.width() - thumbSize, slider->upsideDown);
+        return { track.left() + offset, track.center().y() - thumbSize / 2, thumbSize, thumbSize };
+    }
+    return QProxyStyle::subControlRect(control, option, sub, widget);
+}
+
+void ControlStyle::drawPrimitive(
     PrimitiveElement element, const QStyleOption *option, QPainter *painter, const QWidget *widget) const
 {
+    if (element == PE_FrameFocusRect) {
+        if (!showsFocus(*option))
+            return;
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(QPen(option->palette.color(QPalette::Highlight), focusWidth));
+        painter->setBrush(Qt::NoBrush);
+        const qreal half = focusWidth / 2;
+        const QRectF ring = QRectF(option->rect).adjusted(half, half, -half, -half);
+        painter->drawRoundedRect(ring, boxRadius + 2, boxRadius + 2);
+        painter->restore();
+        return;
+    }
     if (element != PE_IndicatorCheckBox) {
         QProxyStyle::drawPrimitive(element, option, painter, widget);
         return;
@@ -51,21 +155,22 @@ void CheckboxStyle::drawPrimitive(
     const bool partly = (option->state & State_NoChange) != 0;
     const bool pressed = (option->state & State_Sunken) != 0;
     const bool hovered = (option->state & State_MouseOver) != 0;
+    const bool enabled = (option->state & State_Enabled) != 0;
     const QPalette &palette = option->palette;
+    const QColor accent = enabled ? palette.color(QPalette::Highlight) : disabledColor();
 
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing);
-    const QRectF box = QRectF(option->rect).adjusted(1.0, 1.0, -1.0, -1.0);
-    constexpr qreal radius = 4.0;
+    const QRectF box = QRectF(option->rect).adjusted(boxInset, boxInset, -boxInset, -boxInset);
     if (on || partly) {
-        QColor fill = palette.color(QPalette::Highlight);
-        if (pressed)
+        QColor fill = accent;
+        if (enabled && pressed)
             fill = fill.darker(115);
-        else if (hovered)
+        else if (enabled && hovered)
             fill = fill.lighter(110);
         painter->setPen(Qt::NoPen);
         painter->setBrush(fill);
-        painter->drawRoundedRect(box, radius, radius);
+        painter->drawRoundedRect(box, boxRadius, boxRadius);
         painter->setPen(
             QPen(palette.color(QPalette::HighlightedText), 1.8, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
         painter->setBrush(Qt::NoBrush);
@@ -80,13 +185,87 @@ void CheckboxStyle::drawPrimitive(
             painter->drawPolyline(tick, 3);
         }
     } else {
-        QColor border = palette.color(QPalette::Highlight);
-        border.setAlphaF(hovered ? 0.85f : 0.45f);
+        const QColor border = enabled ? withAlpha(accent, hovered ? 0.85f : 0.45f) : accent;
         painter->setPen(QPen(border, 1.2));
         painter->setBrush(pressed ? palette.color(QPalette::AlternateBase) : palette.color(QPalette::Base));
-        painter->drawRoundedRect(box.adjusted(0.6, 0.6, -0.6, -0.6), radius, radius);
+        painter->drawRoundedRect(box.adjusted(0.6, 0.6, -0.6, -0.6), boxRadius, boxRadius);
     }
     painter->restore();
+}
+
+void ControlStyle::drawComplexControl(
+    ComplexControl control, const QStyleOptionComplex *option, QPainter *painter, const QWidget *widget) const
+{
+    const bool enabled = (option->state & State_Enabled) != 0;
+    const QColor accent = enabled ? option->palette.color(QPalette::Highlight) : disabledColor();
+    const auto *slider = qstyleoption_cast<const QStyleOptionSlider *>(option);
+    if (control == CC_Slider && slider != nullptr && slider->orientation == Qt::Horizontal) {
+        const QRect track = subControlRect(CC_Slider, slider, SC_SliderGroove, widget);
+        const QRectF thumb = subControlRect(CC_Slider, slider, SC_SliderHandle, widget);
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(Qt::NoPen);
+        const QRectF line(track.left(), track.center().y() + 0.5 - trackHeight / 2, track.width(), trackHeight);
+        painter->setBrush(withAlpha(accent, 0.22f));
+        painter->drawRoundedRect(line, trackHeight / 2, trackHeight / 2);
+        // Filled from the minimum's end to the thumb.
+        QRectF filled = line;
+        if (slider->upsideDown)
+            filled.setLeft(thumb.center().x());
+        else
+            filled.setRight(thumb.center().x());
+        painter->setBrush(accent);
+        painter->drawRoundedRect(filled, trackHeight / 2, trackHeight / 2);
+
+        const bool pressed = (slider->activeSubControls & SC_SliderHandle) != 0 && (slider->state & State_Sunken) != 0;
+        const bool hovered
+            = (slider->activeSubControls & SC_SliderHandle) != 0 && (slider->state & State_MouseOver) != 0;
+        painter->setBrush(pressed ? option->palette.color(QPalette::AlternateBase) : QColor(Qt::white));
+        painter->setPen(QPen(hovered ? accent.darker(115) : accent, 2.0));
+        painter->drawEllipse(thumb.adjusted(1.0, 1.0, -1.0, -1.0));
+        if (showsFocus(*option)) {
+            painter->setBrush(Qt::NoBrush);
+            painter->setPen(QPen(accent, focusWidth));
+            painter->drawEllipse(thumb.adjusted(-2.0, -2.0, 2.0, 2.0));
+        }
+        painter->restore();
+        return;
+    }
+    const auto *combo = qstyleoption_cast<const QStyleOptionComboBox *>(option);
+    if (control == CC_ComboBox && combo != nullptr && !combo->editable) {
+        const bool hovered = (option->state & State_MouseOver) != 0;
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing);
+        const QRectF field = QRectF(option->rect).adjusted(1.0, 1.0, -1.0, -1.0);
+        painter->setBrush(enabled ? QColor(Qt::white) : option->palette.color(QPalette::AlternateBase));
+        if (showsFocus(*option))
+            painter->setPen(QPen(accent, focusWidth));
+        else
+            painter->setPen(QPen(enabled ? withAlpha(accent, hovered ? 0.85f : 0.4f) : accent, 1.0));
+        painter->drawRoundedRect(field, fieldRadius, fieldRadius);
+        // A chevron pointing down.
+        const QPointF centre = QRectF(subControlRect(CC_ComboBox, combo, SC_ComboBoxArrow, widget)).center();
+        painter->setPen(QPen(accent, 1.6, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        painter->setBrush(Qt::NoBrush);
+        const QPointF chevron[]
+            = { centre + QPointF(-4.0, -2.0), centre + QPointF(0.0, 2.0), centre + QPointF(4.0, -2.0) };
+        painter->drawPolyline(chevron, 3);
+        painter->restore();
+        return;
+    }
+    QProxyStyle::drawComplexControl(control, option, painter, widget);
+}
+
+void roundPopupList(QComboBox *popup)
+{
+    QAbstractItemView *list = popup->view();
+    list->setStyleSheet(u"QAbstractItemView { background: white; border: 1px solid rgba(96, 92, 168, 110);"
+                        " border-radius: 8px; padding: 4px; outline: none; }"
+                        " QAbstractItemView::item { padding: 3px 8px; border-radius: 5px; color: rgb(29, 29, 31); }"
+                        " QAbstractItemView::item:hover { background: rgb(240, 239, 250); }"
+                        " QAbstractItemView::item:selected { background: rgb(96, 92, 168); color: white; }"_s);
+    QWidget *window = list->parentWidget();
+    window->installEventFilter(new RoundedShape(window));
 }
 
 CloseButton::CloseButton(QWidget *parent)
@@ -217,7 +396,7 @@ void FooterRow::resizeEvent(QResizeEvent * /*event*/)
     m_contact->setGeometry(linkLeft + link.width(), centreY - contact.height() / 2, contact.width(), contact.height());
 }
 
-HeaderCommandBar::HeaderCommandBar(QStyle *checkboxStyle, QWidget *parent)
+HeaderCommandBar::HeaderCommandBar(QStyle *controlStyle, QWidget *parent)
     : QWidget(parent)
     , m_enabledSwitch(new QCheckBox(this))
     , m_quitButton(new QPushButton(this))
@@ -225,7 +404,7 @@ HeaderCommandBar::HeaderCommandBar(QStyle *checkboxStyle, QWidget *parent)
     m_enabledSwitch->setObjectName(u"headerEnabledSwitch"_s);
     m_quitButton->setObjectName(u"headerQuitButton"_s);
     // White on the purple band: a white box with a purple tick when on, a white outline when off.
-    m_enabledSwitch->setStyle(checkboxStyle);
+    m_enabledSwitch->setStyle(controlStyle);
     QPalette palette = m_enabledSwitch->palette();
     palette.setColor(QPalette::WindowText, Qt::white);
     palette.setColor(QPalette::Highlight, Qt::white);

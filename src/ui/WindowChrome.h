@@ -6,6 +6,7 @@
 #include <QWidget>
 
 class QCheckBox;
+class QComboBox;
 class QLabel;
 class QPushButton;
 
@@ -14,26 +15,50 @@ class QPushButton;
 // where there is no tray.
 namespace kestrix {
 
-// Checkboxes in the window's own look: a rounded box filled with the palette's highlight colour
-// and a tick in its highlighted-text colour when on, a light box with a soft border when off.
-// Everything else is drawn by the application's style.
-class CheckboxStyle final : public QProxyStyle
+// The window's controls in its own look, over the application's style:
+//  - checkboxes: a rounded box filled with the palette's highlight colour and a tick in its
+//    highlighted-text colour when on, a light box with a soft border when off;
+//  - sliders: a thin rounded track, filled in the highlight colour up to a round white thumb with
+//    a ring of the same colour;
+//  - pop-ups: a flat white field with rounded corners, a soft border and a chevron, opening a list
+//    below it (at most its maxVisibleItems rows) rather than over it;
+//  - focus: a 2 pixel ring in the highlight colour, shown only when the keyboard moved the focus;
+//  - disabled: every part drawn in a pale grey, text included.
+class ControlStyle final : public QProxyStyle
 {
     Q_OBJECT
 
 public:
-    static constexpr int indicatorSize = 16; // logical pixels
+    static constexpr int indicatorSize = 20; // logical pixels: a 14 pixel box and room for its focus ring
+    static constexpr int thumbSize = 18; // logical pixels, the slider's round thumb
+    static constexpr qreal focusWidth = 2.0; // logical pixels
 
-    CheckboxStyle() = default;
+    ControlStyle() = default;
     int pixelMetric(
         PixelMetric metric, const QStyleOption *option = nullptr, const QWidget *widget = nullptr) const override;
+    int styleHint(StyleHint hint, const QStyleOption *option = nullptr, const QWidget *widget = nullptr,
+        QStyleHintReturn *returnData = nullptr) const override;
     // A checkbox is as tall as its text line (or its box), with no extra margin: the window's
     // gaps between rows are its own.
     QSize sizeFromContents(ContentsType type, const QStyleOption *option, const QSize &contentsSize,
         const QWidget *widget = nullptr) const override;
+    QRect subElementRect(SubElement element, const QStyleOption *option, const QWidget *widget) const override;
+    QRect subControlRect(ComplexControl control, const QStyleOptionComplex *option, SubControl sub,
+        const QWidget *widget) const override;
     void drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
         const QWidget *widget = nullptr) const override;
+    void drawComplexControl(ComplexControl control, const QStyleOptionComplex *option, QPainter *painter,
+        const QWidget *widget = nullptr) const override;
+
+    // Whether `option` shows keyboard focus: focused, and the focus came from the keyboard.
+    static bool showsFocus(const QStyleOption &option);
+    // The colour a control's parts take when disabled.
+    static QColor disabledColor();
 };
+
+// Gives a pop-up's list the field's look: white, a soft purple border and rounded corners, its
+// window cut to the same corners.
+void roundPopupList(QComboBox *popup);
 
 // A round, flat close button drawn as a white cross, for the window's purple header.
 class CloseButton final : public QAbstractButton
@@ -101,8 +126,8 @@ class HeaderCommandBar final : public QWidget
     Q_OBJECT
 
 public:
-    // The switch is drawn with checkboxStyle, which must outlive the bar.
-    explicit HeaderCommandBar(QStyle *checkboxStyle, QWidget *parent = nullptr);
+    // The switch is drawn with controlStyle, which must outlive the bar.
+    explicit HeaderCommandBar(QStyle *controlStyle, QWidget *parent = nullptr);
 
     void setTexts(const QString &enabledText, const QString &quitText);
     void setEngineEnabled(bool enabled);

@@ -2,11 +2,13 @@
 
 #include "core/Log.h"
 #include "l10n/L10n.h"
+#include "l10n/Language.h"
 #include "net/AppInfo.h"
 #include "net/InstallerDownload.h"
 #include "net/UpdateRequest.h"
 
 #include <QDesktopServices>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -24,6 +26,12 @@ enum class Mode : std::uint8_t { Manual, Silent };
 // Characters of release notes shown at most, in UTF-16 units: a label laid out with megabytes of
 // text freezes the interface for seconds.
 constexpr qsizetype maxNotesShown = 10'000;
+
+// An alert reads the way the interface language is written, as the window and the menu do.
+void mirrorForLanguage(QMessageBox &box)
+{
+    box.setLayoutDirection(QLocale(QString(Languages::rawValue(Languages::current()))).textDirection());
+}
 
 void check(Mode mode)
 {
@@ -67,6 +75,7 @@ void showUpdateAlert(
     const QString &version, const std::optional<QString> &notes, const std::optional<QString> &downloadUrl)
 {
     QMessageBox box(QMessageBox::Information, AppInfo::displayName, L10n::updateAvailable());
+    mirrorForLanguage(box);
     box.setInformativeText(updateAlertBody(version, notes));
     // Download first and default; Later is what Escape and closing the window mean. Where each
     // lands on screen is the desktop's convention (GNOME and KDE put the default on the right).
@@ -85,6 +94,7 @@ void showUpdateAlert(
 void showNoUpdateAlert()
 {
     QMessageBox box(QMessageBox::Information, AppInfo::displayName, L10n::noUpdateTitle());
+    mirrorForLanguage(box);
     box.setInformativeText(L10n::noUpdateMessage());
     // Not from the catalogue, and not a standard button Qt might translate: "OK" in every language.
     box.setDefaultButton(box.addButton(u"OK"_s, QMessageBox::AcceptRole));

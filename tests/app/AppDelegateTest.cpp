@@ -27,6 +27,7 @@ private:
     struct Access
     {
         bool granted = false;
+        bool promptFailed = false;
         int prompts = 0;
         // What the launch did after the grant, in order.
         QStringList launchSteps;
@@ -54,6 +55,7 @@ private:
                     ++access->prompts;
                     return access->granted;
                 },
+            .promptFailed = [access] { return access->promptFailed; },
         };
         return services;
     }
@@ -71,8 +73,8 @@ private Q_SLOTS:
         SettingsStore::shared().clear();
     }
 
-    // Granted at launch: everything starts once, in order, after the caller has returned; the
-    // launch event carries the stored language as it stands, and "en" when none was chosen. A
+    // Granted at launch: the tray first, then everything else once, in order, after the caller has
+    // returned; the launch event carries the stored language as it stands, and "en" when none was chosen. A
     // second stop changes nothing.
     void grantedAtLaunchStartsEverythingInOrder_data()
     {
@@ -98,6 +100,7 @@ private Q_SLOTS:
         test::EngineControl input(manager);
         AppDelegate delegate(input, servicesFor(access, manager));
         QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
+        QSignalSpy states(&delegate, &AppDelegate::accessStateChanged);
 
         delegate.applicationDidFinishLaunching();
         QVERIFY(!manager.isStarted()); // the continuation runs on a later pass of the event loop
@@ -113,8 +116,10 @@ private Q_SLOTS:
             }));
         QCOMPARE(access->prompts, 0);
         QCOMPARE(access->launchSteps,
-            (QStringList {
-                u"status bar (engine running)"_s, u"app_launch (engine running)"_s, u"silent update check"_s }));
+            (QStringList { u"status bar"_s, u"app_launch (engine running)"_s, u"silent update check"_s }));
+        QCOMPARE(states.size(), 2);
+        QCOMPARE(states[0][0].value<AccessState>(), AccessState::Waiting);
+        QCOMPARE(states[1][0].value<AccessState>(), AccessState::Granted);
         QCOMPARE(access->launchParams, (QJsonObject { { u"app_version"_s, u"1.0.1"_s }, { u"language"_s, sent } }));
 
         delegate.applicationWillTerminate();
@@ -144,7 +149,36 @@ private Q_SLOTS:
         QTest::qWait(1300);
         QVERIFY(!manager.isStarted());
         QCOMPARE(platform.installCalls, 0);
-        QVERIFY(access->launchSteps.isEmpty());
+        // Only the tray was there, from the launch.
+        QCOMPARE(access->launchSteps, QStringList { u"status bar"_s });
+    }
+
+    // A prompt that ends without access is told once, with the command that grants it, and the
+    // wait goes on until the user has run it.
+    void promptEndingWithoutAccessIsToldOnce()
+    {
+        test::RecordingPlatform platform;
+        GrabScrollManager manager(platform, platform, platform);
+        const auto access = std::make_shared<Access>();
+        test::EngineControl input(manager);
+        AppDelegate delegate(input, servicesFor(access, manager));
+        QSignalSpy states(&delegate, &AppDelegate::accessStateChanged);
+        QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
+        delegate.applicationDidFinishLaunching();
+        access->promptFailed = true;
+        QVERIFY(states.wait());
+        QCOMPARE(states.last()[0].value<AccessState>(), AccessState::Needed);
+        QCOMPARE(states.last()[1].toString(), AppDelegate::grantCommand());
+        QVERIFY(AppDelegate::grantCommand().startsWith(u"pkexec /"_s));
+        QVERIFY(AppDelegate::grantCommand().endsWith(u"/kestrix-install-udev-rule"_s));
+        // Still failed at the next check: nothing new is said.
+        QTest::qWait(1100);
+        QCOMPARE(states.size(), 2);
+        access->granted = true;
+        QVERIFY(launched.wait());
+        QCOMPARE(states.last()[0].value<AccessState>(), AccessState::Granted);
+        QVERIFY(manager.isStarted());
+        QCOMPARE(access->prompts, 1);
     }
 };
 

@@ -9,6 +9,8 @@
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 
+#include <QAbstractItemView>
+#include <QComboBox>
 #include <QDir>
 #include <QGuiApplication>
 #include <QMenu>
@@ -73,6 +75,30 @@ private Q_SLOTS:
                 = window.screen()->grabWindow(0, around.x(), around.y(), around.width(), around.height());
             save(screen.toImage(), u"screen-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
         }
+    }
+
+    // The keyboard's focus ring on the slider, and the language list open below its field: at
+    // most 16 rows, never the screen's height.
+    void focusAndLanguageList()
+    {
+        SettingsStore::shared().setValue(SettingsKeys::language, u"en"_s);
+        Shown shown;
+        QVERIFY(QTest::qWaitForWindowActive(&shown.window));
+        QWidget *launchAtLogin = shown.get(u"launchAtLoginCheckbox"_s);
+        launchAtLogin->setFocus(Qt::MouseFocusReason);
+        QTest::keyClick(launchAtLogin, Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), shown.get(u"speedSlider"_s));
+        save(shown.window.grab().toImage(), u"preferences-focus.png"_s);
+
+        auto *popup = shown.get<QComboBox>(u"langPopup"_s);
+        popup->showPopup();
+        QWidget *list = popup->view()->window();
+        QVERIFY(QTest::qWaitForWindowExposed(list));
+        const int row = popup->view()->sizeHintForRow(0);
+        QVERIFY2(list->height() <= 16 * row + 16, qPrintable(QString::number(list->height())));
+        QVERIFY(list->height() >= 12 * row);
+        save(list->grab().toImage(), u"language-list.png"_s);
+        popup->hidePopup();
     }
 
     void menu_data()

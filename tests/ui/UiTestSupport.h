@@ -80,9 +80,12 @@ struct TrayFixture
     int silentChecks = 0;
     int quits = 0;
     bool engineStartedAtQuit = true;
+    // Desktop notifications as "title|body"; none arrive while the service is unavailable.
+    QStringList notifications;
+    bool notificationsAvailable = true;
     std::unique_ptr<StatusBarController> controller;
 
-    explicit TrayFixture(bool trayAvailable = true)
+    explicit TrayFixture(bool trayAvailable = true, bool menuDrawnByDesktop = false)
     {
         manager.start();
         controller = std::make_unique<StatusBarController>(input,
@@ -94,6 +97,15 @@ struct TrayFixture
                     [this] {
                         ++quits;
                         engineStartedAtQuit = manager.isStarted();
+                    },
+                .isMenuDrawnByDesktop = [menuDrawnByDesktop] { return menuDrawnByDesktop; },
+                .notify =
+                    [this](const QString &title, const QString &body, const std::function<void()> &unavailable) {
+                        if (!notificationsAvailable) {
+                            unavailable();
+                            return;
+                        }
+                        notifications.append(title + u'|' + body);
                     },
                 .preferences = window.services(),
             });

@@ -34,6 +34,7 @@ class UpdateCheckerTest : public QObject
     QTimer m_user;
     QString m_click; // the button the user clicks in the next alert; else the escape button
     QStringList m_alerts; // each as "title|body|buttons", the default one marked with "*"
+    QList<Qt::LayoutDirection> m_directions; // of each alert
     QList<QUrl> m_opened;
     int m_outcomes = 0;
 
@@ -43,6 +44,7 @@ class UpdateCheckerTest : public QObject
         m_server.setResponse("/checkUpdate/", { status, reply });
         const int before = m_outcomes;
         m_alerts.clear();
+        m_directions.clear();
         check();
         return QTest::qWaitFor([&] { return m_outcomes > before; });
     }
@@ -73,6 +75,7 @@ private Q_SLOTS:
                 chosen = button->text() == m_click ? button : chosen;
             }
             m_alerts << alert.trimmed();
+            m_directions << box->layoutDirection();
             chosen->click();
         });
         m_user.start(10);
@@ -172,12 +175,28 @@ private Q_SLOTS:
         QCOMPARE(m_opened.size(), downloads ? 1 : 0);
     }
 
-    void noUpdateSaysOkInEveryLanguage()
+    // In the interface language, mirrored for one written from the right; "OK" in every language.
+    void alertsFollowTheLanguage_data()
     {
-        SettingsStore::shared().setValue(SettingsKeys::language, u"ko"_s);
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<Qt::LayoutDirection>("direction");
+        QTest::newRow("Korean") << u"ko"_s << Qt::LeftToRight;
+        for (const char *code : { "ar", "he", "fa", "ur" })
+            QTest::newRow(code) << QString::fromLatin1(code) << Qt::RightToLeft;
+    }
+
+    void alertsFollowTheLanguage()
+    {
+        QFETCH(QString, language);
+        QFETCH(Qt::LayoutDirection, direction);
+        SettingsStore::shared().setValue(SettingsKeys::language, language);
         QVERIFY(runCheck(&UpdateChecker::checkForUpdate, json("{'updateAvailable':false,'latestVersion':'1.0.1'}")));
         QCOMPARE(m_alerts, QStringList { L10n::noUpdateTitle() + u'|' + L10n::noUpdateMessage() + "|*OK"_L1 });
         QVERIFY(!m_alerts.first().startsWith("No Updates"_L1));
+        QCOMPARE(m_directions, QList<Qt::LayoutDirection> { direction });
+        QVERIFY(runCheck(&UpdateChecker::checkSilently, json("{'updateAvailable':true,'latestVersion':'1.2'}")));
+        QVERIFY(m_alerts.first().startsWith(L10n::updateAvailable()));
+        QCOMPARE(m_directions, QList<Qt::LayoutDirection> { direction });
     }
 
     void serverThatNeverAnswersBlocksNothing()
