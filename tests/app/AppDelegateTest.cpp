@@ -158,7 +158,7 @@ private Q_SLOTS:
     void promptEndingWithoutAccessIsToldOnce()
     {
         test::RecordingPlatform platform;
-        GrabScrollManager manager(platform, platform, platform);
+        GrabScrollManager manager(platform, platform);
         const auto access = std::make_shared<Access>();
         test::EngineControl input(manager);
         AppDelegate delegate(input, servicesFor(access, manager));
