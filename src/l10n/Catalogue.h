@@ -19,11 +19,14 @@ namespace kestrix::L10n {
 enum class Key : std::uint8_t {
     Enabled, Preferences, CheckForUpdates, Quit, Subtitle, ScrollDirection, VerticalScroll, MomentumScroll,
     DiagonalScroll, HorizontalScroll, Behavior, ReverseScroll, SmoothScroll, ScrollSpeed, LanguageLabel,
-    LaunchAtLogin, UpdateAvailable, UpdateMessage, NoUpdateTitle, NoUpdateMessage, Download, Later
+    LaunchAtLogin, UpdateAvailable, UpdateMessage, NoUpdateTitle, NoUpdateMessage, Download, Later,
+    WaitingForAccess, AccessNeededTitle, AccessNeededMessage, NoMouseConnected,
+    Advanced, Back, ScrollButton, SecondaryButton, MiddleButton, BackButton, ForwardButton, DragThreshold,
+    PointsValue, Glide, GlideShort, GlideLong, DefaultMark, Mice, NotConnected
 };
 // clang-format on
 
-inline constexpr std::size_t keyCount = 22;
+inline constexpr std::size_t keyCount = 41;
 
 inline constexpr std::array<Key, keyCount> allKeys = [] {
     std::array<Key, keyCount> keys {};
@@ -31,9 +34,10 @@ inline constexpr std::array<Key, keyCount> allKeys = [] {
         keys[i] = static_cast<Key>(i);
     return keys;
 }();
-static_assert(allKeys.back() == Key::Later, "a key was added without growing keyCount");
+static_assert(allKeys.back() == Key::NotConnected, "a key was added without growing keyCount");
 
-// The placeholder of UpdateMessage, the only one in the catalogue.
+// The placeholder of the texts that take a value (the version of UpdateMessage, ...): replaced
+// literally, exactly once per text.
 inline constexpr QLatin1StringView placeholder("%@");
 
 // The key's name as the accessor is called: "enabled", "checkForUpdates", ...

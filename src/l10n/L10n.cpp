@@ -47,11 +47,31 @@ QString noUpdateTitle() { return tr(Key::NoUpdateTitle); }
 QString noUpdateMessage() { return tr(Key::NoUpdateMessage); }
 QString download() { return tr(Key::Download); }
 QString later() { return tr(Key::Later); }
+QString waitingForAccess() { return tr(Key::WaitingForAccess); }
+QString accessNeededTitle() { return tr(Key::AccessNeededTitle); }
+QString accessNeededMessage() { return tr(Key::AccessNeededMessage); }
+QString noMouseConnected() { return tr(Key::NoMouseConnected); }
+QString advanced() { return tr(Key::Advanced); }
+QString back() { return tr(Key::Back); }
+QString scrollButton() { return tr(Key::ScrollButton); }
+QString secondaryButton() { return tr(Key::SecondaryButton); }
+QString middleButton() { return tr(Key::MiddleButton); }
+QString backButton() { return tr(Key::BackButton); }
+QString forwardButton() { return tr(Key::ForwardButton); }
+QString dragThreshold() { return tr(Key::DragThreshold); }
+QString glide() { return tr(Key::Glide); }
+QString glideShort() { return tr(Key::GlideShort); }
+QString glideLong() { return tr(Key::GlideLong); }
+QString defaultMark() { return tr(Key::DefaultMark); }
+QString mice() { return tr(Key::Mice); }
+QString notConnected() { return tr(Key::NotConnected); }
 
 QString updateMessage(const QString &version)
 {
     // QString::replace never rescans what it inserted, so a "%@" inside the version stays as it is.
     return tr(Key::UpdateMessage).replace(placeholder, version);
 }
+
+QString pointsValue(int points) { return tr(Key::PointsValue).replace(placeholder, QString::number(points)); }
 
 } // namespace kestrix::L10n

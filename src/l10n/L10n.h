@@ -2,9 +2,9 @@
 
 #include <QString>
 
-// The catalogue of interface texts: one accessor per text of the tray menu, the preferences window
-// and the update dialogs. Each returns the text in the current language (Languages::current()),
-// read at the moment of the call; after languageDidChange, ask again.
+// The catalogue of interface texts: one accessor per text of the tray menu, the preferences window,
+// the update dialogs and the notifications. Each returns the text in the current language
+// (Languages::current()), read at the moment of the call; after languageDidChange, ask again.
 //
 // The log lines, the product line "Kestrix v1.0.1" and the "OK" of the no-update dialog are not
 // translated and are not here.
@@ -36,6 +36,32 @@ QString noUpdateTitle();
 QString noUpdateMessage();
 QString download();
 QString later();
+
+// Mouse access and devices: the tray's tooltip and product line, the desktop notification.
+QString waitingForAccess();
+QString accessNeededTitle();
+// Ends with a colon: the caller shows the command on a line of its own, untranslated.
+QString accessNeededMessage();
+QString noMouseConnected();
+
+// The Advanced page of the preferences window.
+QString advanced();
+QString back();
+QString scrollButton();
+QString secondaryButton();
+QString middleButton();
+QString backButton();
+QString forwardButton();
+QString dragThreshold();
+QString glide();
+QString glideShort();
+QString glideLong();
+QString defaultMark();
+QString mice();
+QString notConnected();
+// The threshold slider's value: "5 pt" and its translations, the number in ASCII digits whatever
+// the language or the system's number format.
+QString pointsValue(int points);
 
 // The update message with every "%@" replaced by `version`, literally: the version is not
 // interpreted, so one that contains "%" or "%@" itself appears unchanged.
