@@ -22,11 +22,12 @@ enum class Key : std::uint8_t {
     LaunchAtLogin, UpdateAvailable, UpdateMessage, NoUpdateTitle, NoUpdateMessage, Download, Later,
     WaitingForAccess, AccessNeededTitle, AccessNeededMessage, NoMouseConnected,
     Advanced, Back, ScrollButton, SecondaryButton, MiddleButton, BackButton, ForwardButton, DragThreshold,
-    PointsValue, Glide, GlideShort, GlideLong, DefaultMark, Mice, NotConnected
+    PointsValue, Glide, GlideShort, GlideLong, DefaultMark, Mice, NotConnected, ExcludedApps, AddAppUnderPointer,
+    AddAppCountdown, AppAdded, Remove, AppSourceMissing, AppSourceHint, EnableGnomeExtension, NoAppUnderPointer
 };
 // clang-format on
 
-inline constexpr std::size_t keyCount = 41;
+inline constexpr std::size_t keyCount = 50;
 
 inline constexpr std::array<Key, keyCount> allKeys = [] {
     std::array<Key, keyCount> keys {};
@@ -34,7 +35,7 @@ inline constexpr std::array<Key, keyCount> allKeys = [] {
         keys[i] = static_cast<Key>(i);
     return keys;
 }();
-static_assert(allKeys.back() == Key::NotConnected, "a key was added without growing keyCount");
+static_assert(allKeys.back() == Key::NoAppUnderPointer, "a key was added without growing keyCount");
 
 // The placeholder of the texts that take a value (the version of UpdateMessage, ...): replaced
 // literally, exactly once per text.

@@ -65,12 +65,23 @@ QString glideLong() { return tr(Key::GlideLong); }
 QString defaultMark() { return tr(Key::DefaultMark); }
 QString mice() { return tr(Key::Mice); }
 QString notConnected() { return tr(Key::NotConnected); }
+QString excludedApps() { return tr(Key::ExcludedApps); }
+QString addAppUnderPointer() { return tr(Key::AddAppUnderPointer); }
+QString remove() { return tr(Key::Remove); }
+QString appSourceMissing() { return tr(Key::AppSourceMissing); }
+QString appSourceHint() { return tr(Key::AppSourceHint); }
+QString enableGnomeExtension() { return tr(Key::EnableGnomeExtension); }
+QString noAppUnderPointer() { return tr(Key::NoAppUnderPointer); }
 
 QString updateMessage(const QString &version)
 {
     // QString::replace never rescans what it inserted, so a "%@" inside the version stays as it is.
     return tr(Key::UpdateMessage).replace(placeholder, version);
 }
+
+QString addAppCountdown(int seconds) { return tr(Key::AddAppCountdown).replace(placeholder, QString::number(seconds)); }
+
+QString appAdded(const QString &app) { return tr(Key::AppAdded).replace(placeholder, app); }
 
 QString pointsValue(int points) { return tr(Key::PointsValue).replace(placeholder, QString::number(points)); }
 

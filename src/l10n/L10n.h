@@ -59,6 +59,22 @@ QString glideLong();
 QString defaultMark();
 QString mice();
 QString notConnected();
+
+// The Advanced page's list of excluded apps.
+QString excludedApps();
+QString addAppUnderPointer();
+QString remove();
+QString noAppUnderPointer();
+// The notes shown where the desktop does not tell which app is under the pointer, and the button
+// that turns the GNOME extension on.
+QString appSourceMissing();
+QString appSourceHint();
+QString enableGnomeExtension();
+// The countdown before the app under the pointer is taken: "Point at the app: 3".
+QString addAppCountdown(int seconds);
+// The app just added, by the name the desktop gives it, inserted literally.
+QString appAdded(const QString &app);
+
 // The threshold slider's value: "5 pt" and its translations, the number in ASCII digits whatever
 // the language or the system's number format.
 QString pointsValue(int points);

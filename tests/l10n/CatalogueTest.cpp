@@ -25,10 +25,10 @@ namespace {
 // A text must fit the narrowest place it is shown: a line of an alert or of the window. The
 // sentences of a notification's body or of a note on a page wrap over a few lines.
 constexpr qsizetype maximumLength = 67;
-constexpr qsizetype maximumSentenceLength = 160;
-constexpr Key sentences[] = { Key::AccessNeededMessage };
+constexpr qsizetype maximumSentenceLength = 140;
+constexpr Key sentences[] = { Key::AccessNeededMessage, Key::AppSourceMissing, Key::AppSourceHint };
 // The menu items and buttons that open something more end with "...".
-constexpr Key opensMore[] = { Key::Preferences, Key::CheckForUpdates, Key::Advanced };
+constexpr Key opensMore[] = { Key::Preferences, Key::CheckForUpdates, Key::Advanced, Key::AddAppUnderPointer };
 constexpr QChar zeroWidthNonJoiner(0x200C);
 
 // Each accessor with the key it must show, so that a crossed wire (quit() showing the preferences
@@ -78,6 +78,13 @@ const Accessor accessors[] = {
     { Key::DefaultMark, &L10n::defaultMark },
     { Key::Mice, &L10n::mice },
     { Key::NotConnected, &L10n::notConnected },
+    { Key::ExcludedApps, &L10n::excludedApps },
+    { Key::AddAppUnderPointer, &L10n::addAppUnderPointer },
+    { Key::Remove, &L10n::remove },
+    { Key::AppSourceMissing, &L10n::appSourceMissing },
+    { Key::AppSourceHint, &L10n::appSourceHint },
+    { Key::EnableGnomeExtension, &L10n::enableGnomeExtension },
+    { Key::NoAppUnderPointer, &L10n::noAppUnderPointer },
 };
 
 // The texts that take a value, each accessor called with one, and what must stand in place of the
@@ -91,6 +98,8 @@ struct Formatted
 const Formatted formatted[] = {
     { Key::UpdateMessage, [] { return L10n::updateMessage(u"10.2%1%@-beta"_s); }, u"10.2%1%@-beta" },
     { Key::PointsValue, [] { return L10n::pointsValue(12); }, u"12" },
+    { Key::AddAppCountdown, [] { return L10n::addAppCountdown(3); }, u"3" },
+    { Key::AppAdded, [] { return L10n::appAdded(u"steam_app_%1 %@"_s); }, u"steam_app_%1 %@" },
 };
 static_assert(std::size(accessors) + std::size(formatted) == keyCount);
 
