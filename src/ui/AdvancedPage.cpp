@@ -41,8 +41,9 @@ namespace {
 // The layout, in logical pixels; the same margins as the main page.
 constexpr int sideMargin = 24; // window edge to card, card edge to its contents
 constexpr int cardTopGap = 12; // header band to the first card
-constexpr int cardGap = 10; // between cards
-constexpr int cardInnerMargin = 12; // card top and bottom to its first and last row
+constexpr int bottomMargin = 16; // last card to the window's bottom edge
+constexpr int cardGap = 8; // between cards
+constexpr int cardInnerMargin = 10; // card top and bottom to its first and last row
 constexpr int afterSectionLabel = 4; // section label to its list
 constexpr int rowGap = 10; // between the rows of the scrolling card
 constexpr int titleToControl = 12; // a row's title to its control
@@ -198,7 +199,7 @@ AdvancedPage::AdvancedPage(AppSourceServices appSource, Analytics sendAnalytics,
     column->addWidget(buildHeader(background));
     auto *body = new QVBoxLayout;
     // The window keeps one pixel of its purple edge around the page: insets count from the window.
-    body->setContentsMargins(sideMargin - 1, cardTopGap, sideMargin - 1, sideMargin - 1);
+    body->setContentsMargins(sideMargin - 1, cardTopGap, sideMargin - 1, bottomMargin - 1);
     body->setSpacing(cardGap);
     body->addWidget(buildScrollingCard(background));
     body->addWidget(buildMiceCard(background));
@@ -235,7 +236,8 @@ QWidget *AdvancedPage::buildHeader(QWidget *parent)
     m_titleLabel = new QLabel(header);
     m_titleLabel->setObjectName(u"advancedTitle"_s);
     setTextColor(m_titleLabel, Qt::white);
-    m_texts.push_back({ m_titleLabel, headerTitlePoints, QFont::DemiBold });
+    // The page's name keeps its size: the header has room for it in every language.
+    m_titleLabel->setFont(AppStyle::systemFont(headerTitlePoints, QFont::DemiBold));
     m_closeButton = new CloseButton(header);
     m_closeButton->setObjectName(u"advancedCloseButton"_s);
     connect(m_closeButton, &CloseButton::clicked, this, &AdvancedPage::closeRequested);
@@ -523,10 +525,9 @@ void AdvancedPage::rebuildMice()
         layout->addWidget(none);
         m_miceRows->insertWidget(0, row);
     }
-    const int rows = std::clamp(static_cast<int>(mice.size()), 1, visibleMice);
-    static_cast<ListArea *>(m_miceArea)->wantedRows = rows;
-    m_miceArea->setFixedHeight(rows * ListRow::height);
+    static_cast<ListArea *>(m_miceArea)->wantedRows = std::clamp(static_cast<int>(mice.size()), 1, visibleMice);
     updateTabOrder();
+    fitTextToPage();
 }
 
 void AdvancedPage::rebuildApps()
@@ -562,11 +563,20 @@ void AdvancedPage::refreshAppSource()
 {
     const AppSourceStatus status = m_appSource.status ? m_appSource.status() : AppSourceStatus::Missing;
     const bool working = status == AppSourceStatus::Working && m_appSource.lookUpOnce;
+    const bool wasWorking = m_sourceNote->isHidden();
+    // With nothing to look up with, the note takes the add button's place and the list gives it
+    // a row of its height.
     m_sourceNote->setVisible(!working);
     m_gnomeButton->setVisible(status == AppSourceStatus::GnomeExtensionOff && m_appSource.enableGnomeExtension);
     m_gnomeButton->setEnabled(true);
-    // Nothing to look up with: the button waits for a source rather than promising an app.
-    m_addAppButton->setEnabled(working && m_countdown == 0);
+    m_addAppButton->setVisible(working);
+    m_addAppButton->setEnabled(m_countdown == 0);
+    if (!working)
+        m_addAppStatus->hide();
+    static_cast<ListArea *>(m_appsArea)->wantedRows = working ? minimumVisibleApps : 1;
+    m_appsArea->updateGeometry();
+    if (working != wasWorking)
+        fitTextToPage();
 }
 
 void AdvancedPage::updateTabOrder()
@@ -624,22 +634,38 @@ void AdvancedPage::applyFont(QWidget *widget, int size, QFont::Weight weight)
 
 void AdvancedPage::fitTextToPage()
 {
-    // Long titles wrap first; only when the wrapped page still leaves the lists too little room
-    // do the texts get smaller, a pixel at a time, never below the smallest readable size.
+    // Long titles wrap first. When the wrapped page is still too tall, the mice list shows one
+    // row less, then every text gets smaller, a pixel at a time, never below the smallest size.
     // The page fills the fixed window inside its one-pixel edge, whether shown yet or not.
     constexpr int pageWidth = PreferencesWindow::windowWidth - 2;
     constexpr int pageHeight = PreferencesWindow::windowHeight - 1;
-    QLayout *layout = m_background->layout();
-    for (m_shrink = 0;; ++m_shrink) {
+    const auto fits = [this] {
+        // Fonts changed since the layouts last measured: every one of them measures again.
+        for (QLayout *layout : findChildren<QLayout *>())
+            layout->invalidate();
+        QLayout *layout = m_background->layout();
+        const int forWidth = layout->totalHeightForWidth(pageWidth);
+        return (forWidth >= 0 ? forWidth : layout->totalSizeHint().height()) <= pageHeight;
+    };
+    const auto showMice = [this](int rows) { m_miceArea->setFixedHeight(rows * ListRow::height); };
+
+    const int miceRows = static_cast<ListArea *>(m_miceArea)->wantedRows;
+    showMice(miceRows);
+    m_shrink = 0;
+    for (const PageText &text : m_texts)
+        applyFont(text.widget, text.size, text.weight);
+    if (fits())
+        return;
+    showMice(1);
+    if (fits())
+        return;
+    while (std::any_of(m_texts.begin(), m_texts.end(),
+        [this](const PageText &text) { return text.size - m_shrink > minimumTextSize; })) {
+        ++m_shrink;
         for (const PageText &text : m_texts)
             applyFont(text.widget, text.size, text.weight);
-        layout->invalidate();
-        const int forWidth = layout->totalHeightForWidth(pageWidth);
-        const int needed = forWidth >= 0 ? forWidth : layout->totalMinimumSize().height();
-        const bool smallest = std::all_of(m_texts.begin(), m_texts.end(),
-            [this](const PageText &text) { return text.size - m_shrink <= minimumTextSize; });
-        if (needed <= pageHeight || smallest)
-            break;
+        if (fits())
+            return;
     }
 }
 
