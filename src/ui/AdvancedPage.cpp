@@ -112,15 +112,22 @@ QString formatGlide(double glide)
     return QString::fromLatin1(text.data());
 }
 
-// A list inside a card that asks for as many rows as it should show and takes the rest the card
-// gives it.
+// A list inside a card that asks for as many rows as it should show, and for its banner above the
+// rows when it has one, and takes the rest the card gives it. Short of room it keeps one row.
 class ListArea final : public QScrollArea
 {
 public:
     using QScrollArea::QScrollArea;
     int wantedRows = 1;
-    QSize sizeHint() const override { return { 0, wantedRows * ListRow::height }; }
-    QSize minimumSizeHint() const override { return sizeHint(); }
+    QWidget *banner = nullptr;
+    bool asksForBanner = true; // false: the banner scrolls with the rows when the page is short
+    QSize sizeHint() const override
+    {
+        constexpr int listWidth = PreferencesWindow::windowWidth - 4 * sideMargin;
+        const bool showsBanner = asksForBanner && banner != nullptr && !banner->isHidden();
+        return { 0, wantedRows * ListRow::height + (showsBanner ? banner->heightForWidth(listWidth) : 0) };
+    }
+    QSize minimumSizeHint() const override { return { 0, ListRow::height }; }
 };
 
 } // namespace
@@ -403,20 +410,30 @@ QWidget *AdvancedPage::buildAppsCard(QWidget *parent)
     m_addAppStatus->hide();
 
     // Where no desktop source tells the app under the pointer: what is missing and what helps.
-    m_sourceNote = new QWidget(card);
+    // It heads the list, on a tint of its own, and scrolls with it where a language needs more
+    // lines than the page has.
+    m_sourceNote = new QWidget(m_appsArea->widget());
     m_sourceNote->setObjectName(u"sourceNote"_s);
-    m_sourceMissing = makeLabel(m_sourceNote, u"sourceMissing"_s, captionPoints, QFont::DemiBold, true);
+    static_cast<ListArea *>(m_appsArea)->banner = m_sourceNote;
+    auto *tint = new QWidget(m_sourceNote);
+    tint->setObjectName(u"sourceNoteTint"_s);
+    tint->setAttribute(Qt::WA_StyledBackground);
+    tint->setStyleSheet(u"QWidget#sourceNoteTint { background: rgb(244, 243, 251); border-radius: 8px; }"_s);
+    auto *outer = new QVBoxLayout(m_sourceNote);
+    outer->setContentsMargins(0, 0, 0, 6);
+    outer->addWidget(tint);
+    m_sourceMissing = makeLabel(tint, u"sourceMissing"_s, captionPoints, QFont::DemiBold, true);
     setTextColor(m_sourceMissing, AppStyle::textPrimary);
-    m_sourceHint = makeLabel(m_sourceNote, u"sourceHint"_s, captionPoints, QFont::Normal, true);
+    m_sourceHint = makeLabel(tint, u"sourceHint"_s, captionPoints, QFont::Normal, true);
     setTextColor(m_sourceHint, secondaryText);
-    m_gnomeButton = new QPushButton(m_sourceNote);
+    m_gnomeButton = new QPushButton(tint);
     m_gnomeButton->setObjectName(u"gnomeExtensionButton"_s);
     m_gnomeButton->setStyleSheet(pillStyle);
     m_gnomeButton->setCursor(Qt::PointingHandCursor);
     m_texts.push_back({ m_gnomeButton, captionPoints, QFont::Medium });
     connect(m_gnomeButton, &QPushButton::clicked, this, &AdvancedPage::enableGnomeExtension);
-    auto *note = new QVBoxLayout(m_sourceNote);
-    note->setContentsMargins(0, 6, 0, 0);
+    auto *note = new QVBoxLayout(tint);
+    note->setContentsMargins(10, 8, 10, 10);
     note->setSpacing(2);
     note->addWidget(m_sourceMissing);
     note->addWidget(m_sourceHint);
@@ -431,7 +448,7 @@ QWidget *AdvancedPage::buildAppsCard(QWidget *parent)
     layout->addWidget(m_addAppButton, 0, Qt::AlignLeading);
     layout->addSpacing(4);
     layout->addWidget(m_addAppStatus);
-    layout->addWidget(m_sourceNote);
+    m_appsRows->insertWidget(0, m_sourceNote);
     return card;
 }
 
@@ -532,8 +549,10 @@ void AdvancedPage::rebuildMice()
 
 void AdvancedPage::rebuildApps()
 {
-    qDeleteAll(m_appsArea->widget()->findChildren<QWidget *>(Qt::FindDirectChildrenOnly));
+    qDeleteAll(m_appsArea->widget()->findChildren<ListRow *>(Qt::FindDirectChildrenOnly));
     m_removeButtons.clear();
+    // After the note.
+    constexpr int firstRow = 1;
     int index = 0;
     for (const QString &app : storedExcludedApps()) {
         auto *row = new ListRow(index > 0);
@@ -552,7 +571,7 @@ void AdvancedPage::rebuildApps()
         layout->setSpacing(8);
         layout->addWidget(name, 1);
         layout->addWidget(remove);
-        m_appsRows->insertWidget(index, row);
+        m_appsRows->insertWidget(firstRow + index, row);
         m_removeButtons.append(remove);
         ++index;
     }
@@ -564,8 +583,7 @@ void AdvancedPage::refreshAppSource()
     const AppSourceStatus status = m_appSource.status ? m_appSource.status() : AppSourceStatus::Missing;
     const bool working = status == AppSourceStatus::Working && m_appSource.lookUpOnce;
     const bool wasWorking = m_sourceNote->isHidden();
-    // With nothing to look up with, the note takes the add button's place and the list gives it
-    // a row of its height.
+    // With nothing to look up with, the note takes the add button's place.
     m_sourceNote->setVisible(!working);
     m_gnomeButton->setVisible(status == AppSourceStatus::GnomeExtensionOff && m_appSource.enableGnomeExtension);
     m_gnomeButton->setEnabled(true);
@@ -583,8 +601,9 @@ void AdvancedPage::updateTabOrder()
 {
     QList<QWidget *> chain { m_buttonPopup, m_thresholdSlider, m_glideSlider->slider() };
     chain += m_mouseSwitches;
+    chain.append(m_gnomeButton); // heads the apps list, where it shows at all
     chain += m_removeButtons;
-    chain += { m_addAppButton, m_gnomeButton, m_backButton, m_closeButton };
+    chain += { m_addAppButton, m_backButton, m_closeButton };
     for (qsizetype i = 1; i < chain.size(); ++i)
         setTabOrder(chain[i - 1], chain[i]);
 }
@@ -640,23 +659,37 @@ void AdvancedPage::fitTextToPage()
     constexpr int pageWidth = PreferencesWindow::windowWidth - 2;
     constexpr int pageHeight = PreferencesWindow::windowHeight - 1;
     const auto fits = [this] {
-        // Fonts changed since the layouts last measured: every one of them measures again.
+        // Fonts and lists changed since the layouts last measured: every one measures again, and
+        // every container forgets the height its parent noted for it.
         for (QLayout *layout : findChildren<QLayout *>())
             layout->invalidate();
+        for (QWidget *widget : findChildren<QWidget *>()) {
+            if (widget->layout() != nullptr)
+                widget->updateGeometry();
+        }
         QLayout *layout = m_background->layout();
         const int forWidth = layout->totalHeightForWidth(pageWidth);
         return (forWidth >= 0 ? forWidth : layout->totalSizeHint().height()) <= pageHeight;
     };
     const auto showMice = [this](int rows) { m_miceArea->setFixedHeight(rows * ListRow::height); };
+    auto *apps = static_cast<ListArea *>(m_appsArea);
 
+    // What gives way, in order: the mice list's second row, the room kept for the note above the
+    // apps (it then scrolls with them), the size of the texts.
     const int miceRows = static_cast<ListArea *>(m_miceArea)->wantedRows;
     showMice(miceRows);
+    apps->asksForBanner = true;
+    apps->updateGeometry();
     m_shrink = 0;
     for (const PageText &text : m_texts)
         applyFont(text.widget, text.size, text.weight);
     if (fits())
         return;
     showMice(1);
+    if (fits())
+        return;
+    apps->asksForBanner = false;
+    apps->updateGeometry();
     if (fits())
         return;
     while (std::any_of(m_texts.begin(), m_texts.end(),

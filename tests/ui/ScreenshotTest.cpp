@@ -83,6 +83,7 @@ private Q_SLOTS:
         for (const char *code : { "en", "ko", "ar" })
             QTest::newRow(code) << QString::fromLatin1(code) << AppSourceStatus::Working;
         QTest::newRow("en-gnome") << u"en"_s << AppSourceStatus::GnomeExtensionOff;
+        QTest::newRow("my-gnome") << u"my"_s << AppSourceStatus::GnomeExtensionOff;
     }
 
     void advanced()
