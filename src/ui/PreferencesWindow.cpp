@@ -25,6 +25,7 @@
 #include <QMouseEvent>
 #include <QScreen>
 #include <QSlider>
+#include <QStackedWidget>
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QWindow>
@@ -130,12 +131,16 @@ PreferencesServices PreferencesServices::live()
         .sendAnalytics = [](const QString &name, const QJsonObject &params) { Analytics::send(name, params); },
         .setLaunchAtLogin = [](bool enabled) { LaunchAtLoginHelper::setEnabled(enabled); },
         .isLaunchAtLoginEnabled = [] { return LaunchAtLoginHelper::isEnabled(); },
+        // The desktop's watcher is made with the engine: whoever makes it fills this in
+        // (AppSourceServices::watching). Left empty, the Advanced page says no source works.
+        .appSource = {},
     };
 }
 
-PreferencesWindow::PreferencesWindow(PreferencesServices services, QWidget *parent)
+PreferencesWindow::PreferencesWindow(PreferencesServices services, InputControl *input, QWidget *parent)
     : QWidget(parent, Qt::Window | Qt::FramelessWindowHint)
     , m_services(std::move(services))
+    , m_input(input)
 {
     setObjectName(u"preferencesWindow"_s);
     // Task switchers and screen readers need a name; the header shows the product line itself.
@@ -167,11 +172,20 @@ void PreferencesWindow::setupUI()
     // Every inset inside is one pixel less (sideMargin - 1), so distances still count from the
     // window's edge.
     windowLayout->setContentsMargins(1, 0, 1, 1);
-    auto *background = new GradientView(this);
+    // Advanced page: the main page and the Advanced page take turns in the window.
+    m_pages = new QStackedWidget(this);
+    m_pages->setObjectName(u"pages"_s);
+    m_pages->setPalette(contentPalette(QApplication::palette()));
+    windowLayout->addWidget(m_pages);
+    auto *background = new GradientView(m_pages);
     m_background = background;
     background->setObjectName(u"background"_s);
-    background->setPalette(contentPalette(QApplication::palette()));
-    windowLayout->addWidget(background);
+    m_pages->addWidget(background);
+    m_advancedPage = new AdvancedPage(m_services.appSource, m_services.sendAnalytics, m_input, m_pages);
+    m_pages->addWidget(m_advancedPage);
+    connect(m_advancedPage, &AdvancedPage::backRequested, this, &PreferencesWindow::showMainPage);
+    connect(m_advancedPage, &AdvancedPage::closeRequested, this, &PreferencesWindow::close);
+    // End of the Advanced page's part.
 
     auto *column = new QVBoxLayout(background);
     column->setContentsMargins(0, 0, 0, 0);
@@ -193,8 +207,8 @@ void PreferencesWindow::setupUI()
 
     // Tab runs through the controls top to bottom, then the footer link, then the header's own:
     // the engine switch and quit (when shown) and the close button.
-    const QList<QWidget *> tabChain = { m_verticalCheckbox, m_horizontalCheckbox, m_diagonalCheckbox, m_reverseCheckbox,
-        m_smoothCheckbox, m_momentumCheckbox, m_launchAtLoginCheckbox, m_speedSlider, m_langPopup,
+    const QList<QWidget *> tabChain = { m_verticalCheckbox, m_horizontalCheckbox, m_diagonalCheckbox, m_advancedLink,
+        m_reverseCheckbox, m_smoothCheckbox, m_momentumCheckbox, m_launchAtLoginCheckbox, m_speedSlider, m_langPopup,
         findChild<QWidget *>(u"websiteLink"_s), findChild<QWidget *>(u"headerEnabledSwitch"_s),
         findChild<QWidget *>(u"headerQuitButton"_s), findChild<QWidget *>(u"closeButton"_s) };
     for (qsizetype i = 1; i < tabChain.size(); ++i)
@@ -351,7 +365,13 @@ QWidget *PreferencesWindow::buildBehaviorCard(QWidget *parent)
     speedRow->addWidget(m_speedLabel, 0, Qt::AlignVCenter);
     speedRow->addStretch(0);
 
-    layout->addWidget(m_behLabel, 0, Qt::AlignLeft);
+    // Advanced page: its link shares the heading's line, where it takes no height from the page.
+    auto *headingRow = new QHBoxLayout;
+    headingRow->setSpacing(langLabelToPopup);
+    headingRow->addWidget(m_behLabel, 0, Qt::AlignVCenter);
+    headingRow->addStretch(1);
+    headingRow->addWidget(buildAdvancedLink(card), 0, Qt::AlignVCenter);
+    layout->addLayout(headingRow);
     m_fit.addGap(layout, afterSectionLabel);
     for (QCheckBox *checkbox : { m_reverseCheckbox, m_smoothCheckbox, m_momentumCheckbox }) {
         layout->addWidget(checkbox, 0, Qt::AlignLeft);
@@ -411,6 +431,38 @@ QWidget *PreferencesWindow::buildFooter(QWidget *parent) const
     return footer;
 }
 
+// Advanced page: a link in the text of the section headings, as tall as they are.
+QWidget *PreferencesWindow::buildAdvancedLink(QWidget *parent)
+{
+    auto *link = new QLabel(parent);
+    link->setObjectName(u"advancedLink"_s);
+    m_fit.addText(link, sectionPoints, QFont::Normal, cardContentWidth / 2);
+    link->setTextFormat(Qt::RichText);
+    // Reached with Tab and followed with Enter, like the footer's link.
+    link->setTextInteractionFlags(Qt::LinksAccessibleByMouse | Qt::LinksAccessibleByKeyboard);
+    link->setFocusPolicy(Qt::StrongFocus);
+    link->setCursor(Qt::PointingHandCursor);
+    connect(link, &QLabel::linkActivated, this, &PreferencesWindow::showAdvancedPage);
+    m_advancedLink = link;
+    return link;
+}
+
+void PreferencesWindow::showAdvancedPage()
+{
+    m_advancedPage->refreshControls();
+    m_pages->setCurrentWidget(m_advancedPage);
+    m_advancedPage->firstControl()->setFocus(Qt::OtherFocusReason);
+}
+
+void PreferencesWindow::showMainPage()
+{
+    m_pages->setCurrentWidget(m_background);
+    // Back where the user left for the Advanced page.
+    m_advancedLink->setFocus(Qt::OtherFocusReason);
+}
+
+bool PreferencesWindow::advancedPageShown() const { return m_pages->currentWidget() == m_advancedPage; }
+
 QCheckBox *PreferencesWindow::makeCheckbox(
     QWidget *parent, const QString &objectName, QLatin1StringView key, QLatin1StringView settingName)
 {
@@ -440,9 +492,11 @@ void PreferencesWindow::showWindow()
 {
     refreshControls();
     updateStrings();
-    // A window opening anew starts at its first control, never on the close button.
-    if (!isVisible())
+    // A window opening anew starts on the main page at its first control, never on the close button.
+    if (!isVisible()) {
+        m_pages->setCurrentWidget(m_background);
         m_verticalCheckbox->setFocus(Qt::OtherFocusReason);
+    }
     show();
     raise();
     activateWindow();
@@ -466,6 +520,7 @@ void PreferencesWindow::refreshControls()
     }
     m_speedLabel->setText(formatSpeed(speed));
     m_langPopup->setCurrentIndex(storedLanguageIndex());
+    m_advancedPage->refreshControls();
 }
 
 void PreferencesWindow::updateStrings()
@@ -485,6 +540,10 @@ void PreferencesWindow::updateStrings()
     m_speedSlider->setAccessibleName(L10n::scrollSpeed());
     m_langPopup->setAccessibleName(L10n::languageLabel());
     m_commandBar->setTexts(L10n::enabled(), L10n::quit());
+    m_advancedLink->setText(u"<a href=\"advanced\" style=\"color: %1;\">%2</a>"_s.arg(
+        AppStyle::purpleLight.name(), L10n::advanced().toHtmlEscaped()));
+    m_advancedLink->setAccessibleName(L10n::advanced());
+    m_advancedPage->updateStrings();
     // A right-to-left language mirrors the window, as its readers expect; the footer's address
     // and e-mail stay left to right.
     setLayoutDirection(languageDirection());
@@ -603,7 +662,11 @@ void PreferencesWindow::sendSettingChanged(QLatin1StringView settingName, const 
 void PreferencesWindow::keyPressEvent(QKeyEvent *event)
 {
     if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
-        close();
+        // Escape leaves the Advanced page first, then the window.
+        if (advancedPageShown())
+            showMainPage();
+        else
+            close();
         return;
     }
     QWidget::keyPressEvent(event);

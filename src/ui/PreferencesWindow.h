@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ui/AdvancedPage.h"
 #include "ui/PageFit.h"
 
 #include <QJsonObject>
@@ -16,6 +17,7 @@ class QComboBox;
 class QLabel;
 class QPushButton;
 class QSlider;
+class QStackedWidget;
 
 namespace kestrix {
 
@@ -29,6 +31,8 @@ struct PreferencesServices
     std::function<void(const QString &eventName, const QJsonObject &params)> sendAnalytics;
     std::function<void(bool enabled)> setLaunchAtLogin;
     std::function<bool()> isLaunchAtLoginEnabled;
+    // The Advanced page's view of the desktop: which app is under the pointer.
+    AppSourceServices appSource;
 
     static PreferencesServices live();
 };
@@ -61,7 +65,9 @@ public:
     static constexpr double minimumSpeed = 1.0;
     static constexpr double maximumSpeed = 50.0;
 
-    explicit PreferencesWindow(PreferencesServices services = PreferencesServices::live(), QWidget *parent = nullptr);
+    // `input` gives the Advanced page its list of mice.
+    explicit PreferencesWindow(PreferencesServices services = PreferencesServices::live(),
+        InputControl *input = nullptr, QWidget *parent = nullptr);
     ~PreferencesWindow() override;
 
     // Refreshes every control from the settings and the autostart state, refreshes the texts,
@@ -76,6 +82,12 @@ public:
     bool commandsVisible() const;
     // Keeps the header's engine switch in step with the engine.
     void setEngineEnabled(bool enabled);
+
+    // The second page, reached from the "Advanced..." link beside the Behavior heading; Escape or its back arrow
+    // returns to the main page. A window opening anew opens on the main page.
+    void showAdvancedPage();
+    void showMainPage();
+    bool advancedPageShown() const;
 
     // The speed the window shows for the stored value: the stored number when it is greater than
     // 0, otherwise (absent, 0, negative, not a number) the default 3.0.
@@ -106,6 +118,7 @@ private:
     QWidget *buildBehaviorCard(QWidget *parent);
     QWidget *buildLanguageCard(QWidget *parent);
     QWidget *buildFooter(QWidget *parent) const;
+    QWidget *buildAdvancedLink(QWidget *parent);
     QCheckBox *makeCheckbox(
         QWidget *parent, const QString &objectName, QLatin1StringView key, QLatin1StringView settingName);
     QLabel *makeSectionLabel(QWidget *parent, const QString &objectName);
@@ -144,6 +157,11 @@ private:
     QLabel *m_langLabel = nullptr;
     QComboBox *m_langPopup = nullptr;
     HeaderCommandBar *m_commandBar = nullptr;
+    // The two pages: the main page's background with everything above, and the Advanced page.
+    QStackedWidget *m_pages = nullptr;
+    AdvancedPage *m_advancedPage = nullptr;
+    QLabel *m_advancedLink = nullptr;
+    InputControl *m_input = nullptr;
 
     // Where a press on the background grabbed the window, when the platform cannot move it.
     std::optional<QPoint> m_dragOffset;

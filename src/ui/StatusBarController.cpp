@@ -253,7 +253,7 @@ void StatusBarController::toggleEnabled()
 PreferencesWindow &StatusBarController::ensurePreferencesWindow()
 {
     if (!m_preferencesWindow) {
-        m_preferencesWindow = std::make_unique<PreferencesWindow>(m_services.preferences);
+        m_preferencesWindow = std::make_unique<PreferencesWindow>(m_services.preferences, &m_input);
         m_preferencesWindow->setWindowIcon(appIcon());
         m_preferencesWindow->setEngineEnabled(m_input.isEnabled());
         connect(m_preferencesWindow.get(), &PreferencesWindow::engineToggleRequested, this,

@@ -1,13 +1,14 @@
 // Renders the preferences window in English, Korean and Arabic, with and without the no-tray
-// commands, and the icon at tray sizes on light and dark panels (checking that it renders whole),
-// into ui-screenshots/ under the build folder, for people to look at. On a real X server (the X11
-// run of this test) it also photographs the screen with the window mapped on it, as the window
-// manager shows it.
+// commands, its Advanced page in the same three languages, and the icon at tray sizes on light and dark panels
+// (checking that it renders whole), into ui-screenshots/ under the build folder, for people to look at. On a real X
+// server (the X11 run of this test) it also photographs the screen with the window mapped on it, as the window manager
+// shows it.
 
 #include "UiTestSupport.h"
 
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "engine/ScrollConfig.h"
 
 #include <QAbstractItemView>
 #include <QComboBox>
@@ -99,6 +100,38 @@ private Q_SLOTS:
         QVERIFY(list->height() >= 12 * row);
         save(list->grab().toImage(), u"language-list.png"_s);
         popup->hidePopup();
+    }
+
+    void advanced_data()
+    {
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<AppSourceStatus>("source");
+        for (const char *code : { "en", "ko", "ar" })
+            QTest::newRow(code) << QString::fromLatin1(code) << AppSourceStatus::Working;
+        QTest::newRow("en-gnome") << u"en"_s << AppSourceStatus::GnomeExtensionOff;
+        QTest::newRow("my-gnome") << u"my"_s << AppSourceStatus::GnomeExtensionOff;
+    }
+
+    void advanced()
+    {
+        // Two mice plugged in, one unplugged, one switched off and never seen; the default apps.
+        QFETCH(QString, code);
+        QFETCH(AppSourceStatus, source);
+        SettingsStore::shared().setValue(SettingsKeys::language, code);
+        SettingsStore::shared().setValue(SettingsKeys::triggerButton, u"middle"_s);
+        SettingsStore::shared().setValue(SettingsKeys::dragThreshold, 8);
+        const MouseIdentity trackball { 0x046d, 0xc408, u"Logitech USB Trackball"_s };
+        ScrollConfig::setMouseDisabled(trackball, true);
+        ScrollConfig::setMouseDisabled({ 0x1532, 0x0084, u"Razer DeathAdder V2"_s }, true);
+        TrayFixture fixture;
+        fixture.window.appSource.status = source;
+        fixture.input.setMice({ { { 0x046d, 0xc077, u"Logitech USB Optical Mouse"_s }, true, true },
+            { trackball, true, false }, { { 0x093a, 0x2510, u"PixArt USB Optical Mouse"_s }, false, false } });
+        fixture.controller->showPreferences();
+        PreferencesWindow &window = *fixture.controller->preferencesWindow();
+        window.showAdvancedPage();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        save(window.grab().toImage(), u"advanced-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
     }
 
     void menu_data()

@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QList>
 #include <QString>
+#include <QTimer>
 
 #include <memory>
 
@@ -23,6 +24,37 @@ struct SentEvent
     QJsonObject params;
 };
 
+// The desktop as the Advanced page asks it: answers with the app it is told (later, as a desktop
+// does), counts the look-ups, and switches the GNOME extension on when asked. The countdown runs in
+// milliseconds.
+struct FakeAppSource
+{
+    AppSourceStatus status = AppSourceStatus::Working;
+    QString appUnderPointer;
+    int lookUps = 0;
+    std::function<void()> statusChanged;
+
+    AppSourceServices services()
+    {
+        using namespace std::chrono_literals;
+        return {
+            .status = [this] { return status; },
+            .watchStatus = [this](QObject *, std::function<void()> changed) { statusChanged = std::move(changed); },
+            .lookUpOnce =
+                [this](std::function<void(const QString &)> done) {
+                    ++lookUps;
+                    QTimer::singleShot(0, [done = std::move(done), app = appUnderPointer] { done(app); });
+                },
+            .enableGnomeExtension =
+                [this](std::function<void(bool)> done) {
+                    status = AppSourceStatus::Working;
+                    done(true);
+                },
+            .countdownStep = 1ms,
+        };
+    }
+};
+
 // Stands in for everything the preferences window reaches outside the process: records analytics
 // events and launch-at-login requests, and answers the autostart query as told.
 struct WindowRecorder
@@ -30,6 +62,7 @@ struct WindowRecorder
     QList<SentEvent> events;
     QList<bool> launchAtLoginRequests;
     bool launchAtLoginEnabled = false;
+    FakeAppSource appSource;
 
     PreferencesServices services()
     {
@@ -40,6 +73,7 @@ struct WindowRecorder
                 },
             .setLaunchAtLogin = [this](bool enabled) { launchAtLoginRequests.append(enabled); },
             .isLaunchAtLoginEnabled = [this] { return launchAtLoginEnabled; },
+            .appSource = appSource.services(),
         };
     }
 };

@@ -1,0 +1,261 @@
+// The Advanced page seen from the user's side: what each control writes and reports, the mice
+// list against the engine's mice and the switched-off ones, adding the app under the pointer, and
+// the way in and out of the page by keyboard and back arrow.
+
+#include "UiTestSupport.h"
+
+#include "core/SettingsKeys.h"
+#include "core/SettingsStore.h"
+#include "engine/ScrollConfig.h"
+#include "l10n/L10n.h"
+#include "l10n/Language.h"
+#include "session/AppMatcher.h"
+#include "ui/AdvancedControls.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QJsonArray>
+#include <QPushButton>
+#include <QSlider>
+#include <QTest>
+
+using namespace kestrix;
+using namespace kestrix::test;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+SettingsStore &store() { return SettingsStore::shared(); }
+
+const MouseIdentity optical { 0x046d, 0xc077, u"Optical Mouse"_s };
+const MouseIdentity trackball { 0x046d, 0xc408, u"Trackball"_s };
+const MouseIdentity travel { 0x093a, 0x2510, u"Travel Mouse"_s };
+const MouseIdentity drawer { 0x1532, 0x0084, u"Mouse In A Drawer"_s };
+
+// The preferences window as the tray makes it, over the engine's mice, showing its Advanced page.
+struct AdvancedShown
+{
+    TrayFixture fixture;
+    PreferencesWindow *window = nullptr;
+
+    explicit AdvancedShown(std::vector<MouseInfo> mice = {}, AppSourceStatus source = AppSourceStatus::Working)
+    {
+        fixture.input.setMice(std::move(mice));
+        fixture.window.appSource.status = source;
+        fixture.controller->showPreferences();
+        window = fixture.controller->preferencesWindow();
+        window->showAdvancedPage();
+    }
+
+    template<typename T = QWidget> QList<T *> all(const QString &name) const { return window->findChildren<T *>(name); }
+    template<typename T = QWidget> T *get(const QString &name) const
+    {
+        const QList<T *> found = all<T>(name);
+        if (found.size() != 1)
+            qFatal("%lld controls named %s", static_cast<long long>(found.size()), qPrintable(name));
+        return found.front();
+    }
+    SentEvent lastEvent() const { return fixture.window.events.last(); }
+};
+
+} // namespace
+
+class AdvancedPageTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { store().clear(); }
+
+    void eachControlWritesItsSettingAndReportsIt_data()
+    {
+        QTest::addColumn<QString>("control");
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QJsonValue>("stored");
+        QTest::addColumn<QString>("settingName");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("button pop-up, down one") << u"buttonPopup"_s << QString(SettingsKeys::triggerButton)
+                                                 << QJsonValue(u"middle"_s) << u"trigger_button"_s << u"middle"_s;
+        QTest::newRow("threshold, a step up from 5") << u"thresholdSlider"_s << QString(SettingsKeys::dragThreshold)
+                                                     << QJsonValue(6) << u"drag_threshold"_s << u"6"_s;
+        QTest::newRow("glide, a step up from 0.97") << u"glideSlider"_s << QString(SettingsKeys::momentumGlide)
+                                                    << QJsonValue(0.98) << u"momentum_glide"_s << u"0.98"_s;
+        QTest::newRow("mouse switched off")
+            << u"mouseSwitch"_s << QString(SettingsKeys::disabledMice)
+            << QJsonValue(QJsonArray { ScrollConfig::mouseToJson(optical) }) << u"disabled_mice"_s << u"1"_s;
+        QJsonArray withoutFirst = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
+        withoutFirst.removeFirst();
+        QTest::newRow("first default app removed")
+            << u"removeAppButton"_s << QString(SettingsKeys::excludedApps) << QJsonValue(withoutFirst)
+            << u"excluded_apps"_s << QString::number(withoutFirst.size());
+        QJsonArray withGimp = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
+        withGimp.append(u"org.gimp.GIMP"_s);
+        QTest::newRow("app under the pointer added")
+            << u"addAppButton"_s << QString(SettingsKeys::excludedApps) << QJsonValue(withGimp) << u"excluded_apps"_s
+            << QString::number(withGimp.size());
+    }
+
+    void eachControlWritesItsSettingAndReportsIt()
+    {
+        QFETCH(QString, control);
+        QFETCH(QString, key);
+        QFETCH(QJsonValue, stored);
+        QFETCH(QString, settingName);
+        QFETCH(QString, value);
+        AdvancedShown shown({ { optical, true, true } });
+        shown.fixture.window.appSource.appUnderPointer = u"org.gimp.GIMP"_s;
+        // The keyboard for the pop-up and the sliders, a click for the buttons, as a user would.
+        if (auto *button = qobject_cast<QAbstractButton *>(shown.all(control).value(0)))
+            button->click();
+        else
+            QTest::keyClick(shown.get(control), control == "buttonPopup"_L1 ? Qt::Key_Down : Qt::Key_Right);
+        const QByteArray keyName = key.toLatin1();
+        QTRY_COMPARE(store().value(QLatin1StringView(keyName)), stored);
+        QCOMPARE(shown.lastEvent().name, u"setting_changed"_s);
+        QCOMPARE(shown.lastEvent().params, QJsonObject({ { u"setting_name"_s, settingName }, { u"value"_s, value } }));
+    }
+
+    void miceListShowsConnectedUnpluggedAndSwitchedOffMice()
+    {
+        ScrollConfig::setMouseDisabled(trackball, true);
+        ScrollConfig::setMouseDisabled(drawer, true);
+        AdvancedShown shown({ { optical, true, true }, { trackball, true, false }, { travel, false, false } });
+        const auto rows = [&shown] {
+            QStringList seen;
+            for (int i = 0; QWidget *row = shown.window->findChild<QWidget *>(u"mouseRow%1"_s.arg(i)); ++i) {
+                seen.append(row->findChild<ElidedLabel *>()->text() + u" "_s
+                    + (row->findChild<ToggleSwitch *>()->isChecked() ? u"on"_s : u"off"_s)
+                    + (row->findChild<QLabel *>(u"notConnected"_s) != nullptr ? u" away"_s : QString()));
+            }
+            return seen;
+        };
+        QCOMPARE(rows(),
+            QStringList({ u"Optical Mouse on"_s, u"Trackball off"_s, u"Travel Mouse on away"_s,
+                u"Mouse In A Drawer off away"_s }));
+
+        // The switch goes both ways through the stored list, leaving the others in it.
+        auto *opticalSwitch = shown.window->findChild<QWidget *>(u"mouseRow0"_s)->findChild<ToggleSwitch *>();
+        opticalSwitch->click();
+        QCOMPARE(ScrollConfig::disabledMice(), (std::vector { trackball, drawer, optical }));
+        opticalSwitch->click();
+        QCOMPARE(ScrollConfig::disabledMice(), (std::vector { trackball, drawer }));
+
+        // Plugged in, the travel mouse loses its "Not connected" at once.
+        shown.fixture.input.setMice({ { optical, true, true }, { trackball, true, false }, { travel, true, true } });
+        QCOMPARE(rows().at(2), u"Travel Mouse on"_s);
+    }
+
+    void addingTheAppUnderThePointer_data()
+    {
+        QTest::addColumn<QString>("app");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<int>("listed");
+        const int defaults = static_cast<int>(AppMatcher::defaultPatterns().size());
+        QTest::newRow("a new app") << u"org.gimp.GIMP"_s << L10n::appAdded(u"org.gimp.GIMP"_s) << defaults + 1;
+        QTest::newRow("covered by a pattern") << u"steam_app_620"_s << L10n::appAdded(u"steam_app_620"_s) << defaults;
+        QTest::newRow("nothing under the pointer") << QString() << L10n::noAppUnderPointer() << defaults;
+    }
+
+    void addingTheAppUnderThePointer()
+    {
+        QFETCH(QString, app);
+        QFETCH(QString, status);
+        QFETCH(int, listed);
+        AdvancedShown shown;
+        FakeAppSource &source = shown.fixture.window.appSource;
+        source.appUnderPointer = app;
+        auto *add = shown.get<QPushButton>(u"addAppButton"_s);
+        add->click();
+        // The desktop is asked only once the countdown has run out, not at the click.
+        QCOMPARE(add->text(), L10n::addAppCountdown(AdvancedPage::countdownSeconds));
+        QVERIFY(!add->isEnabled());
+        QCOMPARE(source.lookUps, 0);
+        QTRY_COMPARE(shown.get<QLabel>(u"addAppStatus"_s)->text(), status);
+        QCOMPARE(source.lookUps, 1);
+        QVERIFY(add->isEnabled());
+        QTRY_COMPARE(shown.all(u"removeAppButton"_s).size(), listed);
+    }
+
+    void withoutASourceThePageSaysSoAndOffersTheGnomeExtension()
+    {
+        AdvancedShown shown({}, AppSourceStatus::GnomeExtensionOff);
+        QVERIFY(shown.get(u"sourceNote"_s)->isVisible());
+        QVERIFY(!shown.get(u"addAppButton"_s)->isVisible());
+        shown.get<QPushButton>(u"gnomeExtensionButton"_s)->click();
+        QVERIFY(!shown.get(u"sourceNote"_s)->isVisible());
+        QVERIFY(shown.get(u"addAppButton"_s)->isVisible());
+
+        // The watcher says the desktop stopped answering: the note comes back.
+        shown.fixture.window.appSource.status = AppSourceStatus::Missing;
+        shown.fixture.window.appSource.statusChanged();
+        QVERIFY(shown.get(u"sourceNote"_s)->isVisible());
+        QVERIFY(!shown.get(u"gnomeExtensionButton"_s)->isVisible());
+    }
+
+    void tabReachesEveryControlAndEscapeGoesBackBeforeClosing()
+    {
+        AdvancedShown shown({ { optical, true, true } });
+        PreferencesWindow &window = *shown.window;
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        // Top to bottom, then the header's arrow and close button, and round again; nothing of the
+        // hidden main page in between.
+        QStringList expected { u"buttonPopup"_s, u"thresholdSlider"_s, u"glideSlider"_s, u"mouseSwitch"_s };
+        for (qsizetype i = 0; i < AppMatcher::defaultPatterns().size(); ++i)
+            expected.append(u"removeAppButton"_s);
+        expected += { u"addAppButton"_s, u"backButton"_s, u"advancedCloseButton"_s, u"buttonPopup"_s };
+        QStringList chain;
+        for (qsizetype i = 0; i < expected.size(); ++i) {
+            chain.append(QApplication::focusWidget()->objectName());
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        }
+        QCOMPARE(chain, expected);
+
+        QTest::keyClick(&window, Qt::Key_Escape);
+        QVERIFY(!window.advancedPageShown());
+        QVERIFY(window.isVisible());
+        // Back in with the link, out with the arrow; Escape on the main page closes the window.
+        Q_EMIT shown.get<QLabel>(u"advancedLink"_s)->linkActivated(u"advanced"_s);
+        QVERIFY(window.advancedPageShown());
+        shown.get<QAbstractButton>(u"backButton"_s)->click();
+        QVERIFY(!window.advancedPageShown());
+        QTest::keyClick(&window, Qt::Key_Escape);
+        QVERIFY(!window.isVisible());
+    }
+
+    void everyLanguageFitsThePage_data()
+    {
+        QTest::addColumn<QString>("code");
+        for (const Language language : Languages::allCases)
+            QTest::newRow(Languages::rawValue(language).data()) << QString(Languages::rawValue(language));
+    }
+
+    void everyLanguageFitsThePage()
+    {
+        // The fullest page: an unplugged mouse and the GNOME note.
+        QFETCH(QString, code);
+        store().setValue(SettingsKeys::language, code);
+        AdvancedShown shown({ { optical, true, true }, { travel, false, false } }, AppSourceStatus::GnomeExtensionOff);
+        QCoreApplication::processEvents();
+        // Every text whole, inside its parent, and never smaller than 11 pixels.
+        for (const QWidget *widget : shown.get(u"advancedPage"_s)->findChildren<QWidget *>()) {
+            // A list's rows are taller than its window on them: they scroll.
+            if (!widget->isVisible() || widget->objectName().isEmpty()
+                || widget->parentWidget()->objectName() == "qt_scrollarea_viewport"_L1)
+                continue;
+            const QByteArray nameBytes = widget->objectName().toUtf8();
+            const char *name = nameBytes.constData();
+            QVERIFY2(widget->parentWidget()->rect().contains(widget->geometry()), name);
+            const auto *button = qobject_cast<const QAbstractButton *>(widget);
+            if (qobject_cast<const QLabel *>(widget) != nullptr || (button != nullptr && !button->text().isEmpty()))
+                QVERIFY2(widget->font().pixelSize() >= 11, name);
+            if (const auto *label = qobject_cast<const QLabel *>(widget)) {
+                QVERIFY2(label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
+                                           : label->width() >= label->sizeHint().width(),
+                    name);
+            }
+        }
+    }
+};
+
+QTEST_MAIN(AdvancedPageTest)
+#include "AdvancedPageTest.moc"
