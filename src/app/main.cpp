@@ -10,6 +10,8 @@
 #include "session/AppMatcher.h"
 #include "session/AppUnderPointer.h"
 #include "session/PointerPreferences.h"
+#include "ui/AdvancedPage.h"
+#include "ui/StatusBarController.h"
 
 #include <QApplication>
 #include <QSessionManager>
@@ -57,7 +59,13 @@ int main(int argc, char **argv)
     QObject::connect(&appUnderPointer, &AppUnderPointer::changed, &input, followApp);
     QObject::connect(&SettingsStore::shared(), &SettingsStore::changed, &input, followApp);
 
-    AppDelegate delegate(input);
+    LaunchServices services = LaunchServices::system();
+    services.makeStatusBar = [&appUnderPointer](InputControl &control) -> std::unique_ptr<QObject> {
+        StatusBarServices statusBar = StatusBarServices::live();
+        statusBar.preferences.appSource = AppSourceServices::watching(appUnderPointer);
+        return std::make_unique<StatusBarController>(control, std::move(statusBar));
+    };
+    AppDelegate delegate(input, std::move(services));
 
     // Every way out passes through aboutToQuit, where the engine stops and releases its grabs.
     ShutdownSignals quitSignals;
