@@ -23,6 +23,8 @@
 #include <QLabel>
 #include <QLocale>
 #include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
 #include <QScreen>
 #include <QSlider>
 #include <QUrl>
@@ -130,6 +132,7 @@ PreferencesServices PreferencesServices::live()
         .sendAnalytics = [](const QString &name, const QJsonObject &params) { Analytics::send(name, params); },
         .setLaunchAtLogin = [](bool enabled) { LaunchAtLoginHelper::setEnabled(enabled); },
         .isLaunchAtLoginEnabled = [] { return LaunchAtLoginHelper::isEnabled(); },
+        .desktopComposites = [] { return kestrix::desktopComposites(); },
     };
 }
 
@@ -140,11 +143,19 @@ PreferencesWindow::PreferencesWindow(PreferencesServices services, QWidget *pare
     setObjectName(u"preferencesWindow"_s);
     // Task switchers and screen readers need a name; the header shows the product line itself.
     setWindowTitle(QString(AppInfo::displayName));
-    setFixedSize(windowWidth, windowHeight);
-    QPalette palette = this->palette();
-    palette.setColor(QPalette::Window, AppStyle::purple);
-    setPalette(palette);
-    setAutoFillBackground(true);
+    // Decided before the window exists: a clear background needs a visual with alpha from the
+    // start.
+    m_composited = m_services.desktopComposites && m_services.desktopComposites();
+    if (m_composited) {
+        setAttribute(Qt::WA_TranslucentBackground);
+        setFixedSize(windowWidth + 2 * shadowMargin, windowHeight + 2 * shadowMargin);
+    } else {
+        setFixedSize(windowWidth, windowHeight);
+        QPalette palette = this->palette();
+        palette.setColor(QPalette::Window, AppStyle::purple);
+        setPalette(palette);
+        setAutoFillBackground(true);
+    }
     m_controlStyle = new ControlStyle;
     m_controlStyle->setParent(this);
     setupUI();
@@ -162,15 +173,20 @@ PreferencesWindow::~PreferencesWindow()
 void PreferencesWindow::setupUI()
 {
     auto *windowLayout = new QVBoxLayout(this);
-    // One pixel of the purple window background stays visible around the content: a frameless
-    // window still needs an edge against a light desktop.
-    // Every inset inside is one pixel less (sideMargin - 1), so distances still count from the
-    // window's edge.
-    windowLayout->setContentsMargins(1, 0, 1, 1);
+    // Without compositing, one pixel of the purple window background stays visible around the
+    // content: a frameless window still needs an edge against a light desktop. Every inset
+    // inside is one pixel less (sideMargin - 1), so distances still count from the window's edge.
+    // With compositing, the shadow gives the edge.
+    if (m_composited)
+        windowLayout->setContentsMargins(shadowMargin, shadowMargin, shadowMargin, shadowMargin);
+    else
+        windowLayout->setContentsMargins(1, 0, 1, 1);
     auto *background = new GradientView(this);
     m_background = background;
     background->setObjectName(u"background"_s);
     background->setPalette(contentPalette(QApplication::palette()));
+    background->setBand(headerHeight, AppStyle::purple);
+    background->setCornerRadius(m_composited ? cornerRadius : 0.0);
     windowLayout->addWidget(background);
 
     auto *column = new QVBoxLayout(background);
@@ -207,11 +223,8 @@ QWidget *PreferencesWindow::buildHeader(QWidget *parent)
 {
     auto *header = new QWidget(parent);
     header->setObjectName(u"headerBand"_s);
+    // The background paints the band, so its corners can be rounded.
     header->setFixedHeight(headerHeight);
-    header->setAutoFillBackground(true);
-    QPalette palette = header->palette();
-    palette.setColor(QPalette::Window, AppStyle::purple);
-    header->setPalette(palette);
 
     auto *title = new QLabel(QString(headerTitle), header);
     m_titleLabel = title;
@@ -493,8 +506,8 @@ void PreferencesWindow::updateStrings()
 
 void PreferencesWindow::fitTextToWindow()
 {
-    // The page inside the window's 1 pixel edge.
-    m_fit.fit(m_background, QSize(windowWidth - 2, windowHeight - 1));
+    // The page inside the window's 1 pixel edge, or the whole content when compositing.
+    m_fit.fit(m_background, m_composited ? QSize(windowWidth, windowHeight) : QSize(windowWidth - 2, windowHeight - 1));
 
     // The subtitle takes a second line rather than getting smaller, and the title block keeps to
     // the band's height: a tall script lifts the block into the top strip.
@@ -600,6 +613,34 @@ void PreferencesWindow::sendSettingChanged(QLatin1StringView settingName, const 
         u"setting_changed"_s, QJsonObject { { u"setting_name"_s, QString(settingName) }, { u"value"_s, value } });
 }
 
+void PreferencesWindow::paintEvent(QPaintEvent *event)
+{
+    if (!m_composited) {
+        QWidget::paintEvent(event);
+        return;
+    }
+    // A soft shadow, a little below the content: rings of fading purple-grey, each one pixel
+    // further out.
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRectF content = QRectF(rect()).adjusted(shadowMargin, shadowMargin, -shadowMargin, -shadowMargin);
+    constexpr qreal drop = 3.0;
+    constexpr int strongest = 46; // alpha next to the content
+    const auto outline = [&content](qreal grow) {
+        QPainterPath path;
+        path.addRoundedRect(
+            content.adjusted(-grow, -grow + drop, grow, grow + drop), cornerRadius + grow, cornerRadius + grow);
+        return path;
+    };
+    const int reach = shadowMargin - 2;
+    for (int ring = 0; ring < reach; ++ring) {
+        const double fade = 1.0 - static_cast<double>(ring) / reach;
+        QColor colour(40, 36, 80);
+        colour.setAlpha(static_cast<int>(strongest * fade * fade));
+        painter.fillPath(outline(ring + 1).subtracted(outline(ring)), colour);
+    }
+}
+
 void PreferencesWindow::keyPressEvent(QKeyEvent *event)
 {
     if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
@@ -613,7 +654,7 @@ void PreferencesWindow::mousePressEvent(QMouseEvent *event)
 {
     // Presses that reach the window fell on its bare background: the header band, the gradient,
     // a card or a label. They move the window, as a title bar would.
-    if (event->button() != Qt::LeftButton) {
+    if (event->button() != Qt::LeftButton || !m_background->geometry().contains(event->position().toPoint())) {
         QWidget::mousePressEvent(event);
         return;
     }

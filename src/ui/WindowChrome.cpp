@@ -6,6 +6,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFocusEvent>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -16,6 +17,11 @@
 #include <QStyleOptionComboBox>
 #include <QStyleOptionFocusRect>
 #include <QStyleOptionSlider>
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <cstdlib>
 
 namespace kestrix {
 
@@ -254,6 +260,33 @@ void ControlStyle::drawComplexControl(
         return;
     }
     QProxyStyle::drawComplexControl(control, option, painter, widget);
+}
+
+bool desktopComposites()
+{
+    const QString platform = QGuiApplication::platformName();
+    if (platform.startsWith("wayland"_L1))
+        return true;
+    const auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (platform != "xcb"_L1 || x11 == nullptr)
+        return false;
+    xcb_connection_t *connection = x11->connection();
+    // Screen 0: desktops run one X screen, spanning every monitor.
+    const QByteArray name = "_NET_WM_CM_S0";
+    const xcb_intern_atom_cookie_t atomCookie
+        = xcb_intern_atom(connection, 1, static_cast<std::uint16_t>(name.size()), name.constData());
+    xcb_intern_atom_reply_t *atom = xcb_intern_atom_reply(connection, atomCookie, nullptr);
+    if (atom == nullptr)
+        return false;
+    const xcb_atom_t selection = atom->atom;
+    std::free(atom);
+    if (selection == XCB_ATOM_NONE)
+        return false;
+    xcb_get_selection_owner_reply_t *owner
+        = xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, selection), nullptr);
+    const bool owned = owner != nullptr && owner->owner != XCB_WINDOW_NONE;
+    std::free(owner);
+    return owned;
 }
 
 void roundPopupList(QComboBox *popup)

@@ -56,6 +56,10 @@ public:
     static QColor disabledColor();
 };
 
+// Whether the desktop composites windows, so a window's clear pixels show what lies behind: always
+// under Wayland; under X11 when a compositing manager holds the screen's _NET_WM_CM_S selection.
+bool desktopComposites();
+
 // Gives a pop-up's list the field's look: white, a soft purple border and rounded corners, its
 // window cut to the same corners.
 void roundPopupList(QComboBox *popup);
