@@ -152,9 +152,23 @@ private Q_SLOTS:
             const QImage drawn = colour.pixmap(size, size).toImage();
             QCOMPARE(drawn.size(), QSize(size, size));
             QVERIFY(drawn.pixelColor(size / 2, size / 2).alpha() == 255 && drawn.pixelColor(0, 0).alpha() < 255);
+            // The symbolic icon as drawn (no theme recolours it) holds light and dark pixels, so it
+            // reads on a dark panel and on a light one.
+            const QImage glyph = symbolic.pixmap(size, size).toImage();
+            int light = 0;
+            int dark = 0;
+            for (int y = 0; y < size; ++y) {
+                for (int gx = 0; gx < size; ++gx) {
+                    const QColor pixel = glyph.pixelColor(gx, y);
+                    light += pixel.alpha() > 200 && pixel.lightness() > 200 ? 1 : 0;
+                    dark += pixel.alpha() > 200 && pixel.lightness() < 80 ? 1 : 0;
+                }
+            }
+            QVERIFY2(light >= size && dark >= size,
+                qPrintable(u"%1 px: %2 light, %3 dark"_s.arg(size).arg(light).arg(dark)));
             for (const int top : { 0, 150 }) {
                 painter.drawImage(x, top + 8, drawn);
-                painter.drawPixmap(x, top + 142 - size, symbolic.pixmap(size, size));
+                painter.drawImage(x, top + 142 - size, glyph);
             }
             x += size + 10;
         }
