@@ -110,14 +110,6 @@ QSize ControlStyle::sizeFromContents(
     return size;
 }
 
-QRect ControlStyle::subElementRect(SubElement element, const QStyleOption *option, const QWidget *widget) const
-{
-    // A checkbox's focus ring goes round its box, not its text.
-    if (element == SE_CheckBoxFocusRect)
-        return QProxyStyle::subElementRect(SE_CheckBoxIndicator, option, widget);
-    return QProxyStyle::subElementRect(element, option, widget);
-}
-
 QRect ControlStyle::subControlRect(
     ComplexControl control, const QStyleOptionComplex *option, SubControl sub, const QWidget *widget) const
 {
@@ -141,7 +133,8 @@ void ControlStyle::drawPrimitive(
     PrimitiveElement element, const QStyleOption *option, QPainter *painter, const QWidget *widget) const
 {
     if (element == PE_FrameFocusRect) {
-        if (!showsFocus(*option))
+        // A checkbox's ring goes round its box, drawn with it, not round its text.
+        if (!showsFocus(*option) || qobject_cast<const QCheckBox *>(widget) != nullptr)
             return;
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
@@ -195,6 +188,12 @@ void ControlStyle::drawPrimitive(
         painter->setPen(QPen(border, 1.2));
         painter->setBrush(pressed ? palette.color(QPalette::AlternateBase) : palette.color(QPalette::Base));
         painter->drawRoundedRect(box.adjusted(0.6, 0.6, -0.6, -0.6), boxRadius, boxRadius);
+    }
+    if (showsFocus(*option)) {
+        const qreal half = focusWidth / 2;
+        painter->setPen(QPen(palette.color(QPalette::Highlight), focusWidth));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRoundedRect(QRectF(option->rect).adjusted(half, half, -half, -half), boxRadius + 2, boxRadius + 2);
     }
     painter->restore();
 }

@@ -42,7 +42,6 @@ public:
     // gaps between rows are its own.
     QSize sizeFromContents(ContentsType type, const QStyleOption *option, const QSize &contentsSize,
         const QWidget *widget = nullptr) const override;
-    QRect subElementRect(SubElement element, const QStyleOption *option, const QWidget *widget) const override;
     QRect subControlRect(ComplexControl control, const QStyleOptionComplex *option, SubControl sub,
         const QWidget *widget) const override;
     void drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
