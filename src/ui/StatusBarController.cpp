@@ -279,6 +279,7 @@ void StatusBarController::checkForUpdates() const { m_services.checkForUpdate();
 
 void StatusBarController::quit()
 {
+    m_menu->close();
     m_input.stop();
     m_services.quitApplication();
 }

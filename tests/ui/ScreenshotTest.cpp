@@ -157,15 +157,12 @@ private Q_SLOTS:
             const QImage glyph = symbolic.pixmap(size, size).toImage();
             int light = 0;
             int dark = 0;
-            for (int y = 0; y < size; ++y) {
-                for (int gx = 0; gx < size; ++gx) {
-                    const QColor pixel = glyph.pixelColor(gx, y);
-                    light += pixel.alpha() > 200 && pixel.lightness() > 200 ? 1 : 0;
-                    dark += pixel.alpha() > 200 && pixel.lightness() < 80 ? 1 : 0;
-                }
+            for (int pixel = 0; pixel < size * size; ++pixel) {
+                const QColor shade = glyph.pixelColor(pixel % size, pixel / size);
+                light += shade.alpha() > 200 && shade.lightness() > 200 ? 1 : 0;
+                dark += shade.alpha() > 200 && shade.lightness() < 80 ? 1 : 0;
             }
-            QVERIFY2(light >= size && dark >= size,
-                qPrintable(u"%1 px: %2 light, %3 dark"_s.arg(size).arg(light).arg(dark)));
+            QVERIFY(light >= size && dark >= size);
             for (const int top : { 0, 150 }) {
                 painter.drawImage(x, top + 8, drawn);
                 painter.drawImage(x, top + 142 - size, glyph);

@@ -118,33 +118,29 @@ private Q_SLOTS:
         QFETCH(QColor, box);
         ControlStyle style;
         QWidget window;
-        QPalette palette = window.palette();
-        palette.setColor(QPalette::Window, Qt::white);
-        palette.setColor(QPalette::Base, Qt::white);
+        QPalette palette(Qt::white, Qt::white);
         palette.setColor(QPalette::Highlight, AppStyle::purple);
         window.setPalette(palette);
         auto *layout = new QVBoxLayout(&window);
-        auto *first = new QCheckBox(u"First"_s);
-        auto *checkbox = new QCheckBox(u"Second"_s);
-        for (QCheckBox *each : { first, checkbox }) {
+        QCheckBox first(&window);
+        QCheckBox checkbox(&window);
+        for (QCheckBox *each : { &first, &checkbox }) {
             each->setStyle(&style);
             layout->addWidget(each);
         }
         window.show();
         QVERIFY(QTest::qWaitForWindowActive(&window));
-        if (how == "tab"_L1) {
-            first->setFocus();
-            QTest::keyClick(first, Qt::Key_Tab);
-        } else {
-            QTest::mouseClick(checkbox, Qt::LeftButton, {}, QPoint(8, checkbox->height() / 2));
-        }
-        checkbox->setChecked(true);
-        checkbox->setEnabled(how != "disabled"_L1);
-        const QImage image = checkbox->grab().toImage();
-        const int top = (checkbox->height() - ControlStyle::indicatorSize) / 2;
-        QVERIFY2(distance(image.pixelColor(1, top + 10), edge) <= 24, qPrintable(image.pixelColor(1, top + 10).name()));
-        QVERIFY2(distance(image.pixelColor(6, top + 6), box) <= 24, qPrintable(image.pixelColor(6, top + 6).name()));
-        window.setStyle(nullptr);
+        first.setFocus();
+        if (how == "tab"_L1)
+            QTest::keyClick(&first, Qt::Key_Tab);
+        else
+            QTest::mouseClick(&checkbox, Qt::LeftButton, {}, QPoint(8, checkbox.height() / 2));
+        checkbox.setChecked(true);
+        checkbox.setEnabled(how != "disabled"_L1);
+        const QImage image = checkbox.grab().toImage();
+        const int top = (checkbox.height() - ControlStyle::indicatorSize) / 2;
+        QVERIFY(distance(image.pixelColor(1, top + 10), edge) <= 24);
+        QVERIFY(distance(image.pixelColor(6, top + 6), box) <= 24);
     }
 };
 
