@@ -445,6 +445,8 @@ HeaderCommandBar::HeaderCommandBar(QStyle *controlStyle, QWidget *parent)
     palette.setColor(QPalette::AlternateBase, QColor(255, 255, 255, 70));
     m_enabledSwitch->setPalette(palette);
     m_quitButton->setCursor(Qt::PointingHandCursor);
+    // Focus, and with it the focus ring below, comes only from the keyboard.
+    m_quitButton->setFocusPolicy(Qt::TabFocus);
     m_quitButton->setStyleSheet(
         u"QPushButton { color: white; background: transparent; border: 1px solid rgba(255, 255, 255, 150);"
         " border-radius: 10px; padding: 1px 10px; }"
