@@ -342,9 +342,10 @@ void CloseButton::paintEvent(QPaintEvent * /*event*/)
         painter.drawEllipse(area);
     }
     if (keyboardFocus) {
-        painter.setPen(QPen(Qt::white, 1.5));
+        // The window's 2 pixel ring, white on the purple band.
+        painter.setPen(QPen(Qt::white, ControlStyle::focusWidth));
         painter.setBrush(Qt::NoBrush);
-        painter.drawEllipse(area.adjusted(0.75, 0.75, -0.75, -0.75));
+        painter.drawEllipse(area.adjusted(1.0, 1.0, -1.0, -1.0));
     }
     const QPointF centre = area.center();
     painter.setPen(QPen(Qt::white, 1.8, Qt::SolidLine, Qt::RoundCap));
