@@ -3,6 +3,7 @@
 #include "ui/AppStyle.h"
 
 #include <QPainter>
+#include <QPainterPath>
 
 namespace kestrix {
 
@@ -24,12 +25,35 @@ QLinearGradient GradientView::gradientFor(QSizeF size)
     return gradient;
 }
 
+void GradientView::setBand(int height, QColor colour)
+{
+    m_bandHeight = height;
+    m_bandColour = colour;
+    update();
+}
+
+void GradientView::setCornerRadius(qreal radius)
+{
+    m_cornerRadius = radius;
+    setAttribute(Qt::WA_OpaquePaintEvent, radius <= 0.0);
+    update();
+}
+
 void GradientView::paintEvent(QPaintEvent * /*event*/)
 {
     if (width() <= 0 || height() <= 0)
         return;
     QPainter painter(this);
-    painter.fillRect(rect(), gradientFor(size()));
+    QPainterPath surface;
+    surface.addRoundedRect(QRectF(rect()), m_cornerRadius, m_cornerRadius);
+    if (m_cornerRadius > 0.0)
+        painter.setRenderHint(QPainter::Antialiasing);
+    painter.fillPath(surface, gradientFor(size()));
+    if (m_bandHeight > 0) {
+        QPainterPath band;
+        band.addRect(QRectF(0.0, 0.0, width(), m_bandHeight));
+        painter.fillPath(surface.intersected(band), m_bandColour);
+    }
 }
 
 } // namespace kestrix

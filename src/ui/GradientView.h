@@ -10,7 +10,9 @@ namespace kestrix {
 // to the right) whatever the view's aspect ratio.
 //
 // The gradient is always laid over the whole view, never over the region being repainted, so the
-// colour of a pixel depends only on where it sits in the view.
+// colour of a pixel depends only on where it sits in the view. A band of one colour may cover its
+// top (the window's header), and its corners may be rounded, antialiased, leaving them clear for
+// a window that composites.
 class GradientView final : public QWidget
 {
     Q_OBJECT
@@ -23,8 +25,16 @@ public:
     // corners meet it, so those two corners get exactly the first and the last colour.
     static QLinearGradient gradientFor(QSizeF size);
 
+    void setBand(int height, QColor colour);
+    void setCornerRadius(qreal radius);
+
 protected:
     void paintEvent(QPaintEvent *event) override;
+
+private:
+    int m_bandHeight = 0;
+    QColor m_bandColour;
+    qreal m_cornerRadius = 0.0;
 };
 
 } // namespace kestrix

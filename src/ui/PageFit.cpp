@@ -153,17 +153,17 @@ bool PageFit::applyTextSize(int shrink) const
         const QFont font = AppStyle::systemFont(std::max(minimumTextSize, text.size - shrink), text.weight);
         text.widget->setFont(font);
         const bool mayWrap = text.wrap == Wrap::TwoLines;
-        if (auto *label = qobject_cast<QLabel *>(text.widget)) {
+        auto *label = qobject_cast<QLabel *>(text.widget);
+        if (label != nullptr && mayWrap) {
+            // Back on one line, at its natural width, unless that is too wide.
             label->setWordWrap(false);
             label->setMinimumWidth(0);
             label->setMaximumWidth(QWIDGETSIZE_MAX);
             if (label->sizeHint().width() <= text.maximumWidth)
                 continue;
-            allFit = allFit && mayWrap && fitsTwoLines(label->text(), font, text.maximumWidth);
-            if (mayWrap) {
-                label->setWordWrap(true);
-                label->setFixedWidth(text.maximumWidth);
-            }
+            allFit = allFit && fitsTwoLines(label->text(), font, text.maximumWidth);
+            label->setWordWrap(true);
+            label->setFixedWidth(text.maximumWidth);
         } else if (auto *checkbox = qobject_cast<WrapCheckBox *>(text.widget)) {
             checkbox->setWrapWidth(0);
             if (checkbox->sizeHint().width() <= text.maximumWidth)

@@ -56,7 +56,9 @@ public:
 
     enum class Wrap : bool { Never, TwoLines };
 
-    // `widget` is a QLabel, a WrapCheckBox or any other control showing one line of text.
+    // `widget` is a QLabel, a WrapCheckBox, a QComboBox (made as tall as its current item's
+    // script needs) or any other control showing one line of text; only labels and checkboxes
+    // wrap, and a label that never wraps keeps the sizes it was given.
     void addText(QWidget *widget, int size, QFont::Weight weight, int maximumWidth, Wrap wrap = Wrap::Never);
     // Adds a vertical gap of `size` pixels to `layout`, one that may narrow.
     void addGap(QBoxLayout *layout, int size);

@@ -23,6 +23,8 @@
 #include <QLabel>
 #include <QLocale>
 #include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
 #include <QScreen>
 #include <QSlider>
 #include <QStackedWidget>
@@ -134,6 +136,7 @@ PreferencesServices PreferencesServices::live()
         // The desktop's watcher is made with the engine: whoever makes it fills this in
         // (AppSourceServices::watching). Left empty, the Advanced page says no source works.
         .appSource = {},
+        .desktopComposites = [] { return kestrix::desktopComposites(); },
     };
 }
 
@@ -145,11 +148,19 @@ PreferencesWindow::PreferencesWindow(PreferencesServices services, InputControl 
     setObjectName(u"preferencesWindow"_s);
     // Task switchers and screen readers need a name; the header shows the product line itself.
     setWindowTitle(QString(AppInfo::displayName));
-    setFixedSize(windowWidth, windowHeight);
-    QPalette palette = this->palette();
-    palette.setColor(QPalette::Window, AppStyle::purple);
-    setPalette(palette);
-    setAutoFillBackground(true);
+    // Decided before the window exists: a clear background needs a visual with alpha from the
+    // start.
+    m_composited = m_services.desktopComposites && m_services.desktopComposites();
+    if (m_composited) {
+        setAttribute(Qt::WA_TranslucentBackground);
+        setFixedSize(windowWidth + 2 * shadowMargin, windowHeight + 2 * shadowMargin);
+    } else {
+        setFixedSize(windowWidth, windowHeight);
+        QPalette palette = this->palette();
+        palette.setColor(QPalette::Window, AppStyle::purple);
+        setPalette(palette);
+        setAutoFillBackground(true);
+    }
     m_controlStyle = new ControlStyle;
     m_controlStyle->setParent(this);
     setupUI();
@@ -167,22 +178,32 @@ PreferencesWindow::~PreferencesWindow()
 void PreferencesWindow::setupUI()
 {
     auto *windowLayout = new QVBoxLayout(this);
-    // One pixel of the purple window background stays visible around the content: a frameless
-    // window still needs an edge against a light desktop.
-    // Every inset inside is one pixel less (sideMargin - 1), so distances still count from the
-    // window's edge.
-    windowLayout->setContentsMargins(1, 0, 1, 1);
+    // Without compositing, one pixel of the purple window background stays visible around the
+    // content: a frameless window still needs an edge against a light desktop. Every inset
+    // inside is one pixel less (sideMargin - 1), so distances still count from the window's edge.
+    // With compositing, the shadow gives the edge.
+    if (m_composited)
+        windowLayout->setContentsMargins(shadowMargin, shadowMargin, shadowMargin, shadowMargin);
+    else
+        windowLayout->setContentsMargins(1, 0, 1, 1);
     // Advanced page: the main page and the Advanced page take turns in the window.
     m_pages = new QStackedWidget(this);
     m_pages->setObjectName(u"pages"_s);
-    m_pages->setPalette(contentPalette(QApplication::palette()));
     windowLayout->addWidget(m_pages);
     auto *background = new GradientView(m_pages);
     m_background = background;
     background->setObjectName(u"background"_s);
+    background->setPalette(contentPalette(QApplication::palette()));
+    background->setBand(headerHeight, AppStyle::purple);
+    background->setCornerRadius(m_composited ? cornerRadius : 0.0);
     m_pages->addWidget(background);
     m_advancedPage = new AdvancedPage(m_services.appSource, m_services.sendAnalytics, m_input, m_pages);
     m_pages->addWidget(m_advancedPage);
+    // Its sliders and pop-up in the window's own look, as on the main page.
+    for (QWidget *control : m_advancedPage->findChildren<QSlider *>())
+        control->setStyle(m_controlStyle);
+    for (QWidget *control : m_advancedPage->findChildren<QComboBox *>())
+        control->setStyle(m_controlStyle);
     connect(m_advancedPage, &AdvancedPage::backRequested, this, &PreferencesWindow::showMainPage);
     connect(m_advancedPage, &AdvancedPage::closeRequested, this, &PreferencesWindow::close);
     // End of the Advanced page's part.
@@ -221,11 +242,8 @@ QWidget *PreferencesWindow::buildHeader(QWidget *parent)
 {
     auto *header = new QWidget(parent);
     header->setObjectName(u"headerBand"_s);
+    // The background paints the band, so its corners can be rounded.
     header->setFixedHeight(headerHeight);
-    header->setAutoFillBackground(true);
-    QPalette palette = header->palette();
-    palette.setColor(QPalette::Window, AppStyle::purple);
-    header->setPalette(palette);
 
     auto *title = new QLabel(QString(headerTitle), header);
     m_titleLabel = title;
@@ -552,8 +570,8 @@ void PreferencesWindow::updateStrings()
 
 void PreferencesWindow::fitTextToWindow()
 {
-    // The page inside the window's 1 pixel edge.
-    m_fit.fit(m_background, QSize(windowWidth - 2, windowHeight - 1));
+    // The page inside the window's 1 pixel edge, or the whole content when compositing.
+    m_fit.fit(m_background, m_composited ? QSize(windowWidth, windowHeight) : QSize(windowWidth - 2, windowHeight - 1));
 
     // The subtitle takes a second line rather than getting smaller, and the title block keeps to
     // the band's height: a tall script lifts the block into the top strip.
@@ -659,6 +677,34 @@ void PreferencesWindow::sendSettingChanged(QLatin1StringView settingName, const 
         u"setting_changed"_s, QJsonObject { { u"setting_name"_s, QString(settingName) }, { u"value"_s, value } });
 }
 
+void PreferencesWindow::paintEvent(QPaintEvent *event)
+{
+    if (!m_composited) {
+        QWidget::paintEvent(event);
+        return;
+    }
+    // A soft shadow, a little below the content: rings of fading purple-grey, each one pixel
+    // further out.
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRectF content = QRectF(rect()).adjusted(shadowMargin, shadowMargin, -shadowMargin, -shadowMargin);
+    constexpr qreal drop = 3.0;
+    constexpr int strongest = 46; // alpha next to the content
+    const auto outline = [&content](qreal grow) {
+        QPainterPath path;
+        path.addRoundedRect(
+            content.adjusted(-grow, -grow + drop, grow, grow + drop), cornerRadius + grow, cornerRadius + grow);
+        return path;
+    };
+    const int reach = shadowMargin - 2;
+    for (int ring = 0; ring < reach; ++ring) {
+        const double fade = 1.0 - static_cast<double>(ring) / reach;
+        QColor colour(40, 36, 80);
+        colour.setAlpha(static_cast<int>(strongest * fade * fade));
+        painter.fillPath(outline(ring + 1).subtracted(outline(ring)), colour);
+    }
+}
+
 void PreferencesWindow::keyPressEvent(QKeyEvent *event)
 {
     if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
@@ -676,7 +722,7 @@ void PreferencesWindow::mousePressEvent(QMouseEvent *event)
 {
     // Presses that reach the window fell on its bare background: the header band, the gradient,
     // a card or a label. They move the window, as a title bar would.
-    if (event->button() != Qt::LeftButton) {
+    if (event->button() != Qt::LeftButton || !m_background->geometry().contains(event->position().toPoint())) {
         QWidget::mousePressEvent(event);
         return;
     }

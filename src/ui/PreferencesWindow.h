@@ -33,6 +33,9 @@ struct PreferencesServices
     std::function<bool()> isLaunchAtLoginEnabled;
     // The Advanced page's view of the desktop: which app is under the pointer.
     AppSourceServices appSource;
+    // Whether the desktop composites windows, so a window may have clear corners and cast a
+    // shadow. Asked once, when the window is built; none means no.
+    std::function<bool()> desktopComposites = nullptr;
 
     static PreferencesServices live();
 };
@@ -45,6 +48,8 @@ struct PreferencesServices
 // The window has no system frame: its header band takes the place of a title bar, carries a close
 // button and moves the window when dragged, as does any bare part of the background. Escape
 // closes it. Closing only hides it; the owner keeps it and shows it again with showWindow().
+// Where the desktop composites, the window has rounded corners and a soft shadow, drawn in a
+// clear margin around the 416 x 520 content; elsewhere a 1 pixel purple edge inside it.
 //
 // While visible, the controls change only through the user's own actions; showWindow() is what
 // brings them up to date with the settings store and the live autostart state.
@@ -53,8 +58,10 @@ class PreferencesWindow final : public QWidget
     Q_OBJECT
 
 public:
-    static constexpr int windowWidth = 416; // logical pixels
-    static constexpr int windowHeight = 520; // logical pixels
+    static constexpr int windowWidth = 416; // logical pixels, the content without its shadow
+    static constexpr int windowHeight = 520; // logical pixels, the content without its shadow
+    static constexpr int shadowMargin = 18; // logical pixels around the content, when compositing
+    static constexpr double cornerRadius = 10.0; // logical pixels, when compositing
     static constexpr int headerHeight = 84; // logical pixels
     // The header's product line: a literal of its own, kept equal to the application's display
     // line (a test holds the two together).
@@ -106,6 +113,7 @@ Q_SIGNALS:
     void quitRequested();
 
 protected:
+    void paintEvent(QPaintEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
@@ -133,6 +141,7 @@ private:
     void sendSettingChanged(QLatin1StringView settingName, const QString &value) const;
 
     PreferencesServices m_services;
+    bool m_composited = false;
     // The cards' texts and gaps, and how they fit the window in every language.
     PageFit m_fit;
     QWidget *m_background = nullptr;

@@ -42,7 +42,8 @@ void notifyDesktop(const QString &title, const QString &body, std::function<void
     QDBusMessage call = QDBusMessage::createMethodCall(u"org.freedesktop.Notifications"_s,
         u"/org/freedesktop/Notifications"_s, u"org.freedesktop.Notifications"_s, u"Notify"_s);
     // app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout (0: stays)
-    call << QString(AppInfo::displayName) << 0U << u"com.orvane.kestrix"_s << title << body << QStringList()
+    // The icon by its installed name, which is the application's identifier.
+    call << QString(AppInfo::displayName) << 0U << QString(AppInfo::bundleIdentifier) << title << body << QStringList()
          << QVariantMap() << 0;
     auto *watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call));
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
@@ -279,6 +280,7 @@ void StatusBarController::checkForUpdates() const { m_services.checkForUpdate();
 
 void StatusBarController::quit()
 {
+    m_menu->close();
     m_input.stop();
     m_services.quitApplication();
 }

@@ -6,6 +6,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFocusEvent>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -16,6 +17,11 @@
 #include <QStyleOptionComboBox>
 #include <QStyleOptionFocusRect>
 #include <QStyleOptionSlider>
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <cstdlib>
 
 namespace kestrix {
 
@@ -104,14 +110,6 @@ QSize ControlStyle::sizeFromContents(
     return size;
 }
 
-QRect ControlStyle::subElementRect(SubElement element, const QStyleOption *option, const QWidget *widget) const
-{
-    // A checkbox's focus ring goes round its box, not its text.
-    if (element == SE_CheckBoxFocusRect)
-        return QProxyStyle::subElementRect(SE_CheckBoxIndicator, option, widget);
-    return QProxyStyle::subElementRect(element, option, widget);
-}
-
 QRect ControlStyle::subControlRect(
     ComplexControl control, const QStyleOptionComplex *option, SubControl sub, const QWidget *widget) const
 {
@@ -135,7 +133,8 @@ void ControlStyle::drawPrimitive(
     PrimitiveElement element, const QStyleOption *option, QPainter *painter, const QWidget *widget) const
 {
     if (element == PE_FrameFocusRect) {
-        if (!showsFocus(*option))
+        // A checkbox's ring goes round its box, drawn with it, not round its text.
+        if (!showsFocus(*option) || qobject_cast<const QCheckBox *>(widget) != nullptr)
             return;
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);
@@ -189,6 +188,12 @@ void ControlStyle::drawPrimitive(
         painter->setPen(QPen(border, 1.2));
         painter->setBrush(pressed ? palette.color(QPalette::AlternateBase) : palette.color(QPalette::Base));
         painter->drawRoundedRect(box.adjusted(0.6, 0.6, -0.6, -0.6), boxRadius, boxRadius);
+    }
+    if (showsFocus(*option)) {
+        const qreal half = focusWidth / 2;
+        painter->setPen(QPen(palette.color(QPalette::Highlight), focusWidth));
+        painter->setBrush(Qt::NoBrush);
+        painter->drawRoundedRect(QRectF(option->rect).adjusted(half, half, -half, -half), boxRadius + 2, boxRadius + 2);
     }
     painter->restore();
 }
@@ -256,6 +261,33 @@ void ControlStyle::drawComplexControl(
     QProxyStyle::drawComplexControl(control, option, painter, widget);
 }
 
+bool desktopComposites()
+{
+    const QString platform = QGuiApplication::platformName();
+    if (platform.startsWith("wayland"_L1))
+        return true;
+    const auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    if (platform != "xcb"_L1 || x11 == nullptr)
+        return false;
+    xcb_connection_t *connection = x11->connection();
+    // Screen 0: desktops run one X screen, spanning every monitor.
+    const QByteArray name = "_NET_WM_CM_S0";
+    const xcb_intern_atom_cookie_t atomCookie
+        = xcb_intern_atom(connection, 1, static_cast<std::uint16_t>(name.size()), name.constData());
+    xcb_intern_atom_reply_t *atom = xcb_intern_atom_reply(connection, atomCookie, nullptr);
+    if (atom == nullptr)
+        return false;
+    const xcb_atom_t selection = atom->atom;
+    std::free(atom);
+    if (selection == XCB_ATOM_NONE)
+        return false;
+    xcb_get_selection_owner_reply_t *owner
+        = xcb_get_selection_owner_reply(connection, xcb_get_selection_owner(connection, selection), nullptr);
+    const bool owned = owner != nullptr && owner->owner != XCB_WINDOW_NONE;
+    std::free(owner);
+    return owned;
+}
+
 void roundPopupList(QComboBox *popup)
 {
     QAbstractItemView *list = popup->view();
@@ -310,9 +342,10 @@ void CloseButton::paintEvent(QPaintEvent * /*event*/)
         painter.drawEllipse(area);
     }
     if (keyboardFocus) {
-        painter.setPen(QPen(Qt::white, 1.5));
+        // The window's 2 pixel ring, white on the purple band.
+        painter.setPen(QPen(Qt::white, ControlStyle::focusWidth));
         painter.setBrush(Qt::NoBrush);
-        painter.drawEllipse(area.adjusted(0.75, 0.75, -0.75, -0.75));
+        painter.drawEllipse(area.adjusted(1.0, 1.0, -1.0, -1.0));
     }
     const QPointF centre = area.center();
     painter.setPen(QPen(Qt::white, 1.8, Qt::SolidLine, Qt::RoundCap));
@@ -413,6 +446,8 @@ HeaderCommandBar::HeaderCommandBar(QStyle *controlStyle, QWidget *parent)
     palette.setColor(QPalette::AlternateBase, QColor(255, 255, 255, 70));
     m_enabledSwitch->setPalette(palette);
     m_quitButton->setCursor(Qt::PointingHandCursor);
+    // Focus, and with it the focus ring below, comes only from the keyboard.
+    m_quitButton->setFocusPolicy(Qt::TabFocus);
     m_quitButton->setStyleSheet(
         u"QPushButton { color: white; background: transparent; border: 1px solid rgba(255, 255, 255, 150);"
         " border-radius: 10px; padding: 1px 10px; }"

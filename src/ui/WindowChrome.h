@@ -42,7 +42,6 @@ public:
     // gaps between rows are its own.
     QSize sizeFromContents(ContentsType type, const QStyleOption *option, const QSize &contentsSize,
         const QWidget *widget = nullptr) const override;
-    QRect subElementRect(SubElement element, const QStyleOption *option, const QWidget *widget) const override;
     QRect subControlRect(ComplexControl control, const QStyleOptionComplex *option, SubControl sub,
         const QWidget *widget) const override;
     void drawPrimitive(PrimitiveElement element, const QStyleOption *option, QPainter *painter,
@@ -55,6 +54,10 @@ public:
     // The colour a control's parts take when disabled.
     static QColor disabledColor();
 };
+
+// Whether the desktop composites windows, so a window's clear pixels show what lies behind: always
+// under Wayland; under X11 when a compositing manager holds the screen's _NET_WM_CM_S selection.
+bool desktopComposites();
 
 // Gives a pop-up's list the field's look: white, a soft purple border and rounded corners, its
 // window cut to the same corners.

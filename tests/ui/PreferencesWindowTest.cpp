@@ -14,6 +14,7 @@
 #include <QAbstractButton>
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDebug>
 #include <QDesktopServices>
 #include <QLabel>
 #include <QLocale>
@@ -29,6 +30,7 @@
 
 #include <clocale>
 #include <string>
+#include <tuple>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -298,52 +300,39 @@ private Q_SLOTS:
                 continue;
             const QString name = widget->objectName();
             QVERIFY2(widget->parentWidget()->rect().contains(widget->geometry()), qPrintable(name));
-            const auto [shown_, area, wraps] = textArea(widget);
-            // A link's label holds markup; what is drawn is its plain text.
-            const QString text
-                = Qt::mightBeRichText(shown_) ? QTextDocumentFragment::fromHtml(shown_).toPlainText() : shown_;
+            // The text, where the widget draws it, and whether it may wrap there.
+            QString text;
+            QRect area;
+            bool wraps = false;
+            if (const auto *label = qobject_cast<const QLabel *>(widget)) {
+                // A link's label holds markup; what is drawn is its plain text.
+                text = Qt::mightBeRichText(label->text()) ? QTextDocumentFragment::fromHtml(label->text()).toPlainText()
+                                                          : label->text();
+                std::tie(area, wraps) = std::tuple(label->contentsRect(), label->wordWrap());
+            } else if (const auto *checkbox = qobject_cast<const QCheckBox *>(widget)) {
+                QStyleOptionButton option;
+                option.initFrom(checkbox);
+                option.text = text = checkbox->text();
+                area = checkbox->style()->subElementRect(QStyle::SE_CheckBoxContents, &option, checkbox);
+                wraps = true;
+            } else if (const auto *popup = qobject_cast<const QComboBox *>(widget)) {
+                QStyleOptionComboBox option;
+                option.initFrom(popup);
+                text = popup->currentText();
+                area
+                    = popup->style()->subControlRect(QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, popup);
+            }
             if (text.isEmpty())
                 continue;
             QVERIFY2(widget->font().pixelSize() >= 11, qPrintable(name));
+            const QFontMetrics metrics = widget->fontMetrics();
             const QSize needed = wraps
-                ? widget->fontMetrics().boundingRect(QRect(0, 0, area.width(), 10000), Qt::TextWordWrap, text).size()
-                : widget->fontMetrics().size(0, text);
-            QVERIFY2(needed.width() <= area.width() && needed.height() <= area.height(),
-                qPrintable(u"%1: %2x%3 in %4x%5"_s.arg(name)
-                               .arg(needed.width())
-                               .arg(needed.height())
-                               .arg(area.width())
-                               .arg(area.height())));
+                ? metrics.boundingRect(QRect(0, 0, area.width(), 10000), Qt::TextWordWrap, text).size()
+                : metrics.size(0, text);
+            QString message;
+            QDebug(&message) << name << needed << "in" << area;
+            QVERIFY2(needed.width() <= area.width() && needed.height() <= area.height(), qPrintable(message));
         }
-    }
-
-private:
-    struct TextArea
-    {
-        QString text;
-        QRect area; // where the widget draws its text
-        bool wraps;
-    };
-
-    static TextArea textArea(const QWidget *widget)
-    {
-        if (const auto *label = qobject_cast<const QLabel *>(widget))
-            return { label->text(), label->contentsRect(), label->wordWrap() };
-        if (const auto *checkbox = qobject_cast<const QCheckBox *>(widget)) {
-            QStyleOptionButton option;
-            option.initFrom(checkbox);
-            option.text = checkbox->text();
-            return { checkbox->text(),
-                checkbox->style()->subElementRect(QStyle::SE_CheckBoxContents, &option, checkbox), true };
-        }
-        if (const auto *popup = qobject_cast<const QComboBox *>(widget)) {
-            QStyleOptionComboBox option;
-            option.initFrom(popup);
-            return { popup->currentText(),
-                popup->style()->subControlRect(QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, popup),
-                false };
-        }
-        return {};
     }
 };
 

@@ -50,23 +50,38 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("code");
         QTest::addColumn<bool>("commands");
+        QTest::addColumn<bool>("composited");
         for (const char *code : { "en", "ko", "ar" })
-            QTest::newRow(code) << QString::fromLatin1(code) << false;
-        QTest::newRow("de-no-tray") << u"de"_s << true;
+            QTest::newRow(code) << QString::fromLatin1(code) << false << false;
+        QTest::newRow("de-no-tray") << u"de"_s << true << false;
+        QTest::newRow("en-composited") << u"en"_s << false << true;
     }
 
     void window()
     {
         QFETCH(QString, code);
         QFETCH(bool, commands);
+        QFETCH(bool, composited);
+        if (composited && QGuiApplication::platformName() == "xcb"_L1)
+            QSKIP("Xvfb runs no compositing manager");
         SettingsStore::shared().setValue(SettingsKeys::language, code);
         SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 12.34);
-        Shown shown;
+        Shown shown(composited);
         PreferencesWindow &window = shown.window;
         window.setCommandsVisible(commands);
         window.setEngineEnabled(true);
         QVERIFY(QTest::qWaitForWindowExposed(&window));
-        save(window.grab().toImage(), u"preferences-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
+        const QImage image = window.grab().toImage();
+        save(image, u"preferences-"_s + QString::fromLatin1(QTest::currentDataTag()) + u".png"_s);
+        if (composited) {
+            // Clear round the rounded content, with a shadow below it.
+            constexpr int margin = PreferencesWindow::shadowMargin;
+            QCOMPARE(image.size(), QSize(416 + 2 * margin, 520 + 2 * margin));
+            QVERIFY(image.pixelColor(margin, margin).alpha() < 64);
+            QCOMPARE(image.pixelColor(margin + 20, margin).alpha(), 255);
+            QVERIFY(image.pixelColor(image.width() / 2, margin + 520 + 3).alpha() > 10);
+            QCOMPARE(image.pixelColor(2, 2).alpha(), 0);
+        }
 
         if (QGuiApplication::platformName() == "xcb"_L1) {
             // The screen itself: what the X server shows, frame (or none) and all.
@@ -170,9 +185,20 @@ private Q_SLOTS:
             const QImage drawn = colour.pixmap(size, size).toImage();
             QCOMPARE(drawn.size(), QSize(size, size));
             QVERIFY(drawn.pixelColor(size / 2, size / 2).alpha() == 255 && drawn.pixelColor(0, 0).alpha() < 255);
+            // The symbolic icon as drawn (no theme recolours it) holds light and dark pixels, so it
+            // reads on a dark panel and on a light one.
+            const QImage glyph = symbolic.pixmap(size, size).toImage();
+            int light = 0;
+            int dark = 0;
+            for (int pixel = 0; pixel < size * size; ++pixel) {
+                const QColor shade = glyph.pixelColor(pixel % size, pixel / size);
+                light += shade.alpha() > 200 && shade.lightness() > 200 ? 1 : 0;
+                dark += shade.alpha() > 200 && shade.lightness() < 80 ? 1 : 0;
+            }
+            QVERIFY(light >= size && dark >= size);
             for (const int top : { 0, 150 }) {
                 painter.drawImage(x, top + 8, drawn);
-                painter.drawPixmap(x, top + 142 - size, symbolic.pixmap(size, size));
+                painter.drawImage(x, top + 142 - size, glyph);
             }
             x += size + 10;
         }

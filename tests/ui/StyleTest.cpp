@@ -1,15 +1,20 @@
 // The window's look, checked in pixels: the gradient's direction and its independence from the
-// repainted region, the cards' white rounded surface and their faint purple shadow.
+// repainted region, the cards' white rounded surface and their faint purple shadow, the focus
+// ring that only the keyboard brings, and a disabled control's pale grey.
 
 #include "ui/AppStyle.h"
 #include "ui/CardView.h"
 #include "ui/GradientView.h"
+#include "ui/WindowChrome.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QImage>
 #include <QTest>
+#include <QVBoxLayout>
 
 using namespace kestrix;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -93,6 +98,49 @@ private Q_SLOTS:
         QVERIFY(below.lightness() < above.lightness()); // offset downward
         QVERIFY(below.lightness() > 200); // faint
         QCOMPARE(onWhite.pixelColor(100, 125), QColor(Qt::white)); // gone beyond the blur
+    }
+
+    void focusRingOnlyFromTheKeyboardAndDisabledIsGrey_data()
+    {
+        QTest::addColumn<QString>("how"); // the box gets the focus, or is disabled
+        QTest::addColumn<QColor>("edge"); // just inside the indicator's edge, beside the box
+        QTest::addColumn<QColor>("box"); // inside the ticked box
+        const QColor purple = AppStyle::purple;
+        QTest::newRow("Tab") << u"tab"_s << purple << purple;
+        QTest::newRow("click") << u"click"_s << QColor(Qt::white) << purple;
+        QTest::newRow("disabled") << u"disabled"_s << QColor(Qt::white) << ControlStyle::disabledColor();
+    }
+
+    void focusRingOnlyFromTheKeyboardAndDisabledIsGrey()
+    {
+        QFETCH(QString, how);
+        QFETCH(QColor, edge);
+        QFETCH(QColor, box);
+        ControlStyle style;
+        QWidget window;
+        QPalette palette(Qt::white, Qt::white);
+        palette.setColor(QPalette::Highlight, AppStyle::purple);
+        window.setPalette(palette);
+        auto *layout = new QVBoxLayout(&window);
+        QCheckBox first(&window);
+        QCheckBox checkbox(&window);
+        for (QCheckBox *each : { &first, &checkbox }) {
+            each->setStyle(&style);
+            layout->addWidget(each);
+        }
+        window.show();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        first.setFocus();
+        if (how == "tab"_L1)
+            QTest::keyClick(&first, Qt::Key_Tab);
+        else
+            QTest::mouseClick(&checkbox, Qt::LeftButton, {}, QPoint(8, checkbox.height() / 2));
+        checkbox.setChecked(true);
+        checkbox.setEnabled(how != "disabled"_L1);
+        const QImage image = checkbox.grab().toImage();
+        const int top = (checkbox.height() - ControlStyle::indicatorSize) / 2;
+        QVERIFY(distance(image.pixelColor(1, top + 10), edge) <= 24);
+        QVERIFY(distance(image.pixelColor(6, top + 6), box) <= 24);
     }
 };
 

@@ -78,13 +78,26 @@ struct WindowRecorder
     }
 };
 
-// A shown preferences window over a recorder, built after the test has set up the store.
+// A shown preferences window over a recorder, built after the test has set up the store, on a
+// desktop that composites or not.
 struct Shown
 {
+    bool composited;
     WindowRecorder recorder;
-    PreferencesWindow window { recorder.services() };
+    PreferencesWindow window { services() };
 
-    Shown() { window.showWindow(); }
+    explicit Shown(bool desktopComposites = false)
+        : composited(desktopComposites)
+    {
+        window.showWindow();
+    }
+
+    PreferencesServices services()
+    {
+        PreferencesServices services = recorder.services();
+        services.desktopComposites = [this] { return composited; };
+        return services;
+    }
 
     template<typename T = QWidget> T *get(const QString &name) const
     {
