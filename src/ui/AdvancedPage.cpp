@@ -138,9 +138,10 @@ AppSourceServices AppSourceServices::watching(AppUnderPointer &watcher)
     return {
         .status =
             [source] {
-                if (source.isNull())
+                const AppUnderPointer *watched = source.data();
+                if (watched == nullptr)
                     return AppSourceStatus::Missing;
-                switch (source->remedy()) {
+                switch (watched->remedy()) {
                 case AppUnderPointer::Remedy::None:
                 case AppUnderPointer::Remedy::Checking:
                     return AppSourceStatus::Working;
@@ -163,11 +164,12 @@ AppSourceServices AppSourceServices::watching(AppUnderPointer &watcher)
             },
         .lookUpOnce =
             [source](std::function<void(const QString &)> done) {
-                if (source.isNull()) {
+                AppUnderPointer *watched = source.data();
+                if (watched == nullptr) {
                     done(QString());
                     return;
                 }
-                source->lookUpOnce([done = std::move(done)](std::optional<WindowApp> app) {
+                watched->lookUpOnce([done = std::move(done)](std::optional<WindowApp> app) {
                     // The id (class) names the app; an X11 window without a class has its instance.
                     done(!app ? QString() : !app->appId.isEmpty() ? app->appId : app->instance);
                 });
@@ -179,8 +181,8 @@ AppSourceServices AppSourceServices::watching(AppUnderPointer &watcher)
                     return;
                 }
                 GnomeShellExtension::enable(source.data(), [source, done = std::move(done)](bool enabled) {
-                    if (enabled && !source.isNull())
-                        source->refresh();
+                    if (AppUnderPointer *watched = source.data(); enabled && watched != nullptr)
+                        watched->refresh();
                     done(enabled);
                 });
             },
