@@ -61,7 +61,7 @@ void AppDelegate::applicationDidFinishLaunching()
 
 void AppDelegate::accessGranted()
 {
-    Log::write("[Kestrix] 접근성 권한 확인됨");
+    Log::write("[Kestrix] 입력 장치 권한 확인됨");
     m_input.start();
     // After the start, so the menu's switch shows the engine as it now is.
     Q_EMIT accessStateChanged(AccessState::Granted, {});

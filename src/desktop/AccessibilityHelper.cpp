@@ -38,7 +38,7 @@ void ensureAccessibility(std::function<void()> completion)
 void ensureAccessibility(std::function<void()> completion, Access access, std::function<void()> promptFailed)
 {
     const bool trusted = access.isTrusted();
-    logAnswer("[Kestrix] AXIsProcessTrusted = ", trusted);
+    logAnswer("[Kestrix] Input access to the mice and /dev/uinput = ", trusted);
     if (trusted) {
         runSoon(std::move(completion));
         return;
@@ -46,7 +46,7 @@ void ensureAccessibility(std::function<void()> completion, Access access, std::f
 
     // Only logged: even a yes here waits for the first check, a second later.
     const bool prompted = access.promptOnce();
-    logAnswer("[Kestrix] AXIsProcessTrustedWithOptions(prompt) = ", prompted);
+    logAnswer("[Kestrix] Input access, asked through polkit = ", prompted);
 
     // Owned by the application object, so a wait that never ends is torn down with it.
     auto *timer = new QTimer(QCoreApplication::instance());
@@ -60,7 +60,7 @@ void ensureAccessibility(std::function<void()> completion, Access access, std::f
                 return;
             }
             timer->stop();
-            Log::write("[Kestrix] 접근성 권한 부여됨");
+            Log::write("[Kestrix] 입력 장치 권한 부여됨");
             runSoon(std::move(completion));
             timer->deleteLater();
         });

@@ -57,7 +57,7 @@ void GrabScrollManager::start()
         return;
     }
     m_hookInstalled = true;
-    Log::write("[Kestrix] 이벤트 탭 활성화됨");
+    Log::write("[Kestrix] 마우스 입력 연결됨");
 }
 
 void GrabScrollManager::stop()
@@ -67,7 +67,7 @@ void GrabScrollManager::stop()
         m_hookInstalled = false;
     }
     m_state = State::Idle;
-    Log::write("[Kestrix] 이벤트 탭 비활성화됨");
+    Log::write("[Kestrix] 마우스 입력 해제됨");
 }
 
 Verdict GrabScrollManager::handleEvent(const PointerEvent &event, EventPoster &poster)

@@ -109,9 +109,9 @@ private Q_SLOTS:
         QCOMPARE(m_log,
             (QStringList {
                 u"[Kestrix] 시작 중..."_s,
-                u"[Kestrix] AXIsProcessTrusted = 1"_s,
-                u"[Kestrix] 접근성 권한 확인됨"_s,
-                u"[Kestrix] 이벤트 탭 활성화됨"_s,
+                u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s,
+                u"[Kestrix] 입력 장치 권한 확인됨"_s,
+                u"[Kestrix] 마우스 입력 연결됨"_s,
                 u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
             }));
         QCOMPARE(access->prompts, 0);

@@ -268,7 +268,7 @@ private Q_SLOTS:
 
         running.signal(SIGTERM);
         kestrix::test::expectCleanExit(running);
-        QVERIFY2(running.output.contains("[Kestrix] 이벤트 탭 비활성화됨"), running.output.constData());
+        QVERIFY2(running.output.contains("[Kestrix] 마우스 입력 해제됨"), running.output.constData());
 
         // The mouse is everyone's again: not grabbed, and its events reach other readers. The twin is
         // gone. (Kestrix releases what the twin held before destroying it, but evdev drops a removed

@@ -21,7 +21,7 @@ private:
     std::unique_ptr<QProcess> m_stubbornCopy;
 
     // Starts Kestrix and waits for `line`; by default, until it waits for the input permission.
-    test::RunningKestrix &startKestrix(const QByteArray &line = "[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0")
+    test::RunningKestrix &startKestrix(const QByteArray &line = "[Kestrix] Input access, asked through polkit = 0")
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"PATH"_s, u"/nonexistent"_s);
@@ -64,7 +64,7 @@ private Q_SLOTS:
         QVERIFY(!older.output.contains("기존 프로세스"));
         test::RunningKestrix &newer = startKestrix();
         test::expectCleanExit(older);
-        QCOMPARE(older.output.count("[Kestrix] 이벤트 탭 비활성화됨"), 1);
+        QCOMPARE(older.output.count("[Kestrix] 마우스 입력 해제됨"), 1);
 
         const qsizetype asking = newer.output.indexOf("[Kestrix] 기존 프로세스 종료 중...");
         const qsizetype done = newer.output.indexOf("[Kestrix] 기존 프로세스 종료 완료");
@@ -74,7 +74,7 @@ private Q_SLOTS:
 
         newer.signal(signalNumber);
         test::expectCleanExit(newer);
-        QCOMPARE(newer.output.count("[Kestrix] 이벤트 탭 비활성화됨"), 1);
+        QCOMPARE(newer.output.count("[Kestrix] 마우스 입력 해제됨"), 1);
     }
 
     // Told to quit while it still waits for an older copy to go: once the wait is over it ends,

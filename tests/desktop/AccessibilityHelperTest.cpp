@@ -77,14 +77,14 @@ private Q_SLOTS:
         QTest::addColumn<int>("grantAtCheck");
         QTest::addColumn<bool>("promptSays");
         QTest::addColumn<QStringList>("log");
-        const QString denied = u"[Kestrix] AXIsProcessTrusted = 0"_s;
-        const QString granted = u"[Kestrix] 접근성 권한 부여됨"_s;
-        QTest::newRow("already granted") << 1 << false << QStringList { u"[Kestrix] AXIsProcessTrusted = 1"_s };
+        const QString denied = u"[Kestrix] Input access to the mice and /dev/uinput = 0"_s;
+        const QString granted = u"[Kestrix] 입력 장치 권한 부여됨"_s;
+        QTest::newRow("already granted") << 1 << false << QStringList { u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s };
         QTest::newRow("granted after 4.5 s")
-            << 6 << false << QStringList { denied, u"[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 0"_s, granted };
+            << 6 << false << QStringList { denied, u"[Kestrix] Input access, asked through polkit = 0"_s, granted };
         QTest::newRow("prompt says yes") << 2 << true
                                          << QStringList { denied,
-                                                u"[Kestrix] AXIsProcessTrustedWithOptions(prompt) = 1"_s, granted };
+                                                u"[Kestrix] Input access, asked through polkit = 1"_s, granted };
     }
 
     void continuesOnceWhenAccessIsFound()

@@ -478,8 +478,8 @@ void GrabScrollManagerTest::startAndStopAreIdempotentAndLogged()
     QCOMPARE(platform->reenableCalls, 1);
     Log::setObserver(nullptr);
     QCOMPARE(lines,
-        QStringList({ u"[Kestrix] 이벤트 탭 비활성화됨"_s, u"[Kestrix] 이벤트 탭 비활성화됨"_s,
-            u"[Kestrix] 이벤트 탭 활성화됨"_s }));
+        QStringList({ u"[Kestrix] 마우스 입력 해제됨"_s, u"[Kestrix] 마우스 입력 해제됨"_s,
+            u"[Kestrix] 마우스 입력 연결됨"_s }));
 }
 
 void GrabScrollManagerTest::failedInstallLeavesNoHook()
