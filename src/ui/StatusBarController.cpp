@@ -182,6 +182,9 @@ QString StatusBarController::statusText() const
 {
     if (m_accessState != AccessState::Granted)
         return L10n::waitingForAccess();
+    // Switched off, Kestrix watches no mouse at all, so it cannot tell whether one is there.
+    if (!m_input.isEnabled())
+        return {};
     const std::vector<MouseInfo> mice = m_input.mice();
     if (std::none_of(mice.begin(), mice.end(), [](const MouseInfo &mouse) { return mouse.connected; }))
         return L10n::noMouseConnected();
