@@ -26,52 +26,39 @@ const QColor hairline(236, 234, 246); // between list rows
 const QColor switchOffTrack(214, 212, 230);
 const QColor removeGrey(150, 148, 170);
 
-bool byKeyboard(const QFocusEvent *event)
-{
-    return event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason;
-}
-
-// The window's keyboard focus mark for its own controls: a ring in the light purple around them.
+// The window's keyboard focus mark, as on every other control: a 2 pixel purple ring.
 void drawFocusRing(QPainter &painter, const QRectF &area, qreal radius)
 {
-    painter.setPen(QPen(AppStyle::purpleLight, 1.5));
+    const qreal half = ControlStyle::focusWidth / 2;
+    painter.setPen(QPen(AppStyle::purple, ControlStyle::focusWidth));
     painter.setBrush(Qt::NoBrush);
-    painter.drawRoundedRect(area.adjusted(0.75, 0.75, -0.75, -0.75), radius, radius);
+    painter.drawRoundedRect(area.adjusted(half, half, -half, -half), radius, radius);
 }
 
 } // namespace
 
 BackButton::BackButton(QWidget *parent)
-    : QAbstractButton(parent)
-{
-    setFocusPolicy(Qt::TabFocus);
-    setCursor(Qt::PointingHandCursor);
-    setAttribute(Qt::WA_Hover);
-}
+    : FlatButton(Qt::TabFocus, parent)
+{ }
 
 QSize BackButton::sizeHint() const { return { headerButtonSize, headerButtonSize }; }
-
-void BackButton::focusInEvent(QFocusEvent *event)
-{
-    m_keyboardFocus = byKeyboard(event);
-    QAbstractButton::focusInEvent(event);
-}
 
 void BackButton::paintEvent(QPaintEvent * /*event*/)
 {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF area = QRectF(rect()).adjusted(1.0, 1.0, -1.0, -1.0);
-    const bool keyboardFocus = hasFocus() && m_keyboardFocus;
+    const bool keyboardFocus = showsFocusRing();
     if (underMouse() || keyboardFocus || isDown()) {
         painter.setPen(Qt::NoPen);
         painter.setBrush(QColor(255, 255, 255, isDown() ? 90 : 50));
         painter.drawEllipse(area);
     }
     if (keyboardFocus) {
-        painter.setPen(QPen(Qt::white, 1.5));
+        const qreal half = ControlStyle::focusWidth / 2;
+        painter.setPen(QPen(Qt::white, ControlStyle::focusWidth));
         painter.setBrush(Qt::NoBrush);
-        painter.drawEllipse(area.adjusted(0.75, 0.75, -0.75, -0.75));
+        painter.drawEllipse(area.adjusted(half, half, -half, -half));
     }
     // Back points the way the language reads from: left, or right when written right to left.
     const qreal toward = isRightToLeft() ? 1.0 : -1.0;
@@ -85,22 +72,13 @@ void BackButton::paintEvent(QPaintEvent * /*event*/)
 }
 
 ToggleSwitch::ToggleSwitch(QWidget *parent)
-    : QAbstractButton(parent)
+    : FlatButton(Qt::StrongFocus, parent)
 {
     setCheckable(true);
-    setFocusPolicy(Qt::StrongFocus);
-    setCursor(Qt::PointingHandCursor);
-    setAttribute(Qt::WA_Hover);
 }
 
 // Two pixels around the track keep room for the focus ring.
 QSize ToggleSwitch::sizeHint() const { return { trackWidth + 4, trackHeight + 4 }; }
-
-void ToggleSwitch::focusInEvent(QFocusEvent *event)
-{
-    m_keyboardFocus = byKeyboard(event);
-    QAbstractButton::focusInEvent(event);
-}
 
 void ToggleSwitch::paintEvent(QPaintEvent * /*event*/)
 {
@@ -108,7 +86,7 @@ void ToggleSwitch::paintEvent(QPaintEvent * /*event*/)
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF track((width() - trackWidth) / 2.0, (height() - trackHeight) / 2.0, trackWidth, trackHeight);
     const qreal radius = trackHeight / 2.0;
-    QColor fill = isChecked() ? palette().color(QPalette::Highlight) : switchOffTrack;
+    QColor fill = isChecked() ? AppStyle::purple : switchOffTrack;
     if (isDown())
         fill = fill.darker(112);
     else if (underMouse())
@@ -128,25 +106,15 @@ void ToggleSwitch::paintEvent(QPaintEvent * /*event*/)
     painter.setBrush(Qt::white);
     painter.drawEllipse(QRectF(knobLeft, track.top() + 2.0, knobDiameter, knobDiameter));
 
-    if (hasFocus() && m_keyboardFocus)
+    if (showsFocusRing())
         drawFocusRing(painter, track.adjusted(-2.0, -2.0, 2.0, 2.0), radius + 2.0);
 }
 
 RemoveButton::RemoveButton(QWidget *parent)
-    : QAbstractButton(parent)
-{
-    setFocusPolicy(Qt::StrongFocus);
-    setCursor(Qt::PointingHandCursor);
-    setAttribute(Qt::WA_Hover);
-}
+    : FlatButton(Qt::StrongFocus, parent)
+{ }
 
 QSize RemoveButton::sizeHint() const { return { diameter, diameter }; }
-
-void RemoveButton::focusInEvent(QFocusEvent *event)
-{
-    m_keyboardFocus = byKeyboard(event);
-    QAbstractButton::focusInEvent(event);
-}
 
 void RemoveButton::paintEvent(QPaintEvent * /*event*/)
 {
@@ -159,7 +127,7 @@ void RemoveButton::paintEvent(QPaintEvent * /*event*/)
         painter.setBrush(isDown() ? AppStyle::purple : QColor(238, 236, 248));
         painter.drawEllipse(area);
     }
-    if (hasFocus() && m_keyboardFocus)
+    if (showsFocusRing())
         drawFocusRing(painter, area, area.width() / 2.0);
     const QColor cross = isDown() ? QColor(Qt::white) : (hot ? AppStyle::purple : removeGrey);
     painter.setPen(QPen(cross, 1.6, Qt::SolidLine, Qt::RoundCap));

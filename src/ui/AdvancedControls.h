@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QAbstractButton>
+#include "ui/WindowChrome.h"
+
 #include <QWidget>
 
 class QLabel;
@@ -13,7 +14,7 @@ namespace kestrix {
 
 // A round, flat arrow pointing back (to the left, or to the right in a right-to-left language),
 // white on the purple header; the twin of the close button.
-class BackButton final : public QAbstractButton
+class BackButton final : public FlatButton
 {
     Q_OBJECT
 
@@ -23,16 +24,11 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
-    void focusInEvent(QFocusEvent *event) override;
-
-private:
-    // The ring shows only when the keyboard brought the focus here.
-    bool m_keyboardFocus = false;
 };
 
-// An on/off switch: a pill filled with the palette's highlight colour and its knob at the far end
+// An on/off switch: a pill filled with the window's purple and its knob at the far end
 // when on, a pale pill with the knob at the near end when off. Space toggles it, as a checkbox.
-class ToggleSwitch final : public QAbstractButton
+class ToggleSwitch final : public FlatButton
 {
     Q_OBJECT
 
@@ -45,14 +41,10 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
-    void focusInEvent(QFocusEvent *event) override;
-
-private:
-    bool m_keyboardFocus = false;
 };
 
 // A small round cross that removes the row it sits in; grey until pointed at.
-class RemoveButton final : public QAbstractButton
+class RemoveButton final : public FlatButton
 {
     Q_OBJECT
 
@@ -64,10 +56,6 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
-    void focusInEvent(QFocusEvent *event) override;
-
-private:
-    bool m_keyboardFocus = false;
 };
 
 // One line of text that ends in "..." when its row is too narrow. The text is a name the user or

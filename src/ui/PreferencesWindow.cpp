@@ -189,6 +189,7 @@ void PreferencesWindow::setupUI()
     // Advanced page: the main page and the Advanced page take turns in the window.
     m_pages = new QStackedWidget(this);
     m_pages->setObjectName(u"pages"_s);
+    m_pages->setPalette(contentPalette(QApplication::palette()));
     windowLayout->addWidget(m_pages);
     auto *background = new GradientView(m_pages);
     m_background = background;

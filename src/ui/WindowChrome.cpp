@@ -300,12 +300,23 @@ void roundPopupList(QComboBox *popup)
     window->installEventFilter(new RoundedShape(window));
 }
 
-CloseButton::CloseButton(QWidget *parent)
+FlatButton::FlatButton(Qt::FocusPolicy focusPolicy, QWidget *parent)
     : QAbstractButton(parent)
 {
-    setFocusPolicy(Qt::TabFocus);
+    setFocusPolicy(focusPolicy);
     setCursor(Qt::PointingHandCursor);
     setAttribute(Qt::WA_Hover);
+}
+
+void FlatButton::focusInEvent(QFocusEvent *event)
+{
+    m_keyboardFocus = event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason;
+    QAbstractButton::focusInEvent(event);
+}
+
+CloseButton::CloseButton(QWidget *parent)
+    : FlatButton(Qt::TabFocus, parent)
+{
     setAccessibleName(u"Close"_s);
 }
 
@@ -314,19 +325,13 @@ QSize CloseButton::sizeHint() const { return { closeButtonSize, closeButtonSize 
 void CloseButton::enterEvent(QEnterEvent *event)
 {
     update();
-    QAbstractButton::enterEvent(event);
+    FlatButton::enterEvent(event);
 }
 
 void CloseButton::leaveEvent(QEvent *event)
 {
     update();
-    QAbstractButton::leaveEvent(event);
-}
-
-void CloseButton::focusInEvent(QFocusEvent *event)
-{
-    m_keyboardFocus = event->reason() == Qt::TabFocusReason || event->reason() == Qt::BacktabFocusReason;
-    QAbstractButton::focusInEvent(event);
+    FlatButton::leaveEvent(event);
 }
 
 void CloseButton::paintEvent(QPaintEvent * /*event*/)
@@ -334,7 +339,7 @@ void CloseButton::paintEvent(QPaintEvent * /*event*/)
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF area = QRectF(rect()).adjusted(1.0, 1.0, -1.0, -1.0);
-    const bool keyboardFocus = hasFocus() && m_keyboardFocus;
+    const bool keyboardFocus = showsFocusRing();
     const bool highlighted = underMouse() || keyboardFocus || isDown();
     if (highlighted) {
         painter.setPen(Qt::NoPen);

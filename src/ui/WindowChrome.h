@@ -63,8 +63,25 @@ bool desktopComposites();
 // window cut to the same corners.
 void roundPopupList(QComboBox *popup);
 
+// A button the window draws itself: it lights up under the pointer, and its focus ring shows only
+// when the keyboard brought the focus here, not when the window merely opened with it.
+class FlatButton : public QAbstractButton
+{
+    Q_OBJECT
+
+public:
+    FlatButton(Qt::FocusPolicy focusPolicy, QWidget *parent);
+
+protected:
+    bool showsFocusRing() const { return hasFocus() && m_keyboardFocus; }
+    void focusInEvent(QFocusEvent *event) override;
+
+private:
+    bool m_keyboardFocus = false;
+};
+
 // A round, flat close button drawn as a white cross, for the window's purple header.
-class CloseButton final : public QAbstractButton
+class CloseButton final : public FlatButton
 {
     Q_OBJECT
 
@@ -76,12 +93,6 @@ protected:
     void paintEvent(QPaintEvent *event) override;
     void enterEvent(QEnterEvent *event) override;
     void leaveEvent(QEvent *event) override;
-    void focusInEvent(QFocusEvent *event) override;
-
-private:
-    // The focus ring shows only when the keyboard brought the focus here, not when the window
-    // merely opened with it.
-    bool m_keyboardFocus = false;
 };
 
 // Underlined text in one colour that opens something when clicked, like a link on a web page, but
