@@ -25,6 +25,7 @@
 #include <atomic>
 #include <csignal>
 #include <mutex>
+#include <random>
 #include <thread>
 
 using namespace kestrix;
@@ -595,6 +596,43 @@ private Q_SLOTS:
         QVERIFY(twin.sum(EV_REL, REL_WHEEL_HI_RES) > 0);
         QVERIFY(otherReader.pump().frames.empty());
         QVERIFY(!logged(u"Input watchdog"_s));
+    }
+    // Random valid input (any button in any order, motion, the wheel, bursts past the kernel's
+    // buffer, drags into momentum and presses during it) leaves nothing pressed on the twin and the
+    // engine idle once every button is up.
+    void randomInputLeavesNothingPressed()
+    {
+        set(SettingsKeys::momentumScroll, true);
+        VirtualMouse mouse("Kestrix Test Mouse");
+        Session session;
+        TAKE_OVER(session, mouse, twin);
+        std::mt19937 random(20261123);
+        const int buttons[] = { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE };
+        bool held[4] = {};
+        for (int step = 0; step < 3000; ++step) {
+            const auto pick = random() % 10;
+            if (pick < 3) {
+                const std::size_t button = random() % 4;
+                held[button] = !held[button];
+                mouse.frame({ { buttons[button], held[button] ? 1 : 0 } });
+            } else if (pick < 8) {
+                mouse.move(static_cast<int>(random() % 41) - 20, static_cast<int>(random() % 41) - 20);
+            } else if (pick < 9) {
+                mouse.frame({ { REL_WHEEL, random() % 2 == 0 ? 1 : -1 } });
+            } else if (step % 500 == 9) {
+                mouse.clickBurst(BTN_MIDDLE, 80);
+            }
+            if (step % 64 == 0)
+                twin.pump();
+        }
+        for (std::size_t button = 0; button < 4; ++button) {
+            if (held[button])
+                mouse.release(buttons[button]);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Idle, deadlineMs);
+        SYNC(mouse, twin);
+        QCOMPARE(twin.heldButtons(), std::vector<int> {});
+        QVERIFY(session.grabbed(mouse.node()));
     }
 };
 
