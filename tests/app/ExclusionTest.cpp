@@ -1,8 +1,9 @@
-// Per-app exclusions end to end, on a real kernel and a real X server (in the test VM, under
-// xvfb-run): two real X clients side by side, the pointer resting over one, and the program's own
-// wiring from the app under the pointer to the input thread. A right drag on a uinput mouse over
-// the excluded app comes out of the twin as that plain drag, the press at once; over the other app
-// it scrolls. The X server never sees the uinput mouse: the pointer is placed through XTest.
+// Per-app exclusions end to end, on a real kernel (in the test VM) and real desktops: an X server
+// of the test's own (xvfb-run) with two real clients side by side, the pointer resting over one;
+// and a headless sway with two real Wayland windows, one of them focused. The program's own wiring
+// carries the app to the input thread. A right drag on a uinput mouse over the excluded app comes
+// out of the twin as that plain drag, the press at once; over the other app it scrolls. Neither
+// desktop sees the uinput mouse: the pointer is placed through XTest, the focus through swaymsg.
 
 #include "app/DesktopFollower.h"
 #include "core/SettingsStore.h"
@@ -10,7 +11,13 @@
 #include "linux/VirtualMouse.h"
 #include "session/X11TestClients.h"
 
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include <ranges>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -25,6 +32,26 @@ class ExclusionTest : public QObject
     Q_OBJECT
 
     X11TestClients m_x11;
+    QTemporaryDir m_swayRuntime;
+    std::vector<std::unique_ptr<QProcess>> m_swayProcesses; // sway, then its windows
+    QString m_swaySocket;
+
+    // sway refuses to run as root: it and its clients run as the unprivileged user nobody.
+    void startAsNobody(const QString &program, const QStringList &arguments, const QString &wayland = {})
+    {
+        QProcessEnvironment environment;
+        for (const auto &[name, value] : { std::pair { u"XDG_RUNTIME_DIR"_s, m_swayRuntime.path() },
+                 { u"HOME"_s, m_swayRuntime.path() }, { u"WAYLAND_DISPLAY"_s, wayland },
+                 { u"WLR_BACKENDS"_s, u"headless"_s }, { u"WLR_RENDERER"_s, u"pixman"_s },
+                 { u"WLR_LIBINPUT_NO_DEVICES"_s, u"1"_s }, { u"PATH"_s, qEnvironmentVariable("PATH") } })
+            environment.insert(name, value);
+        QProcess &process = *m_swayProcesses.emplace_back(std::make_unique<QProcess>());
+        process.setProcessEnvironment(environment);
+        process.setStandardOutputFile(QProcess::nullDevice());
+        process.setStandardErrorFile(QProcess::nullDevice());
+        process.start(u"setpriv"_s,
+            QStringList { u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, program } + arguments);
+    }
 
 private Q_SLOTS:
     void initTestCase()
@@ -37,29 +64,63 @@ private Q_SLOTS:
         m_x11.window(m_x11.root(), 300, 200, "Navigator", "firefox", true);
         xcb_flush(m_x11.connection());
         SettingsStore::shared().clear();
+
+        const QDir runtime(m_swayRuntime.path());
+        if (QStandardPaths::findExecutable(u"sway"_s).isEmpty() || geteuid() != 0
+            || chown(QFile::encodeName(runtime.path()).constData(), 65534, 65534) != 0)
+            return;
+        QFile config(runtime.filePath(u"config"_s));
+        QVERIFY(config.open(QIODevice::WriteOnly) && config.write("xwayland disable\n") > 0);
+        config.close();
+        startAsNobody(u"sway"_s, { u"-c"_s, config.fileName() });
+        QTRY_VERIFY_WITH_TIMEOUT(!runtime.entryList({ u"wayland-?"_s }, QDir::System).isEmpty()
+                && !runtime.entryList({ u"sway-ipc.*.sock"_s }, QDir::System).isEmpty(),
+            deadlineMs);
+        m_swaySocket = runtime.filePath(runtime.entryList({ u"sway-ipc.*.sock"_s }, QDir::System).constFirst());
+        for (const QString &app : { u"org.remmina.Remmina"_s, u"firefox"_s })
+            startAsNobody(QStringLiteral(KESTRIX_WAYLAND_WINDOW), { app, u"-platform"_s, u"wayland"_s },
+                runtime.entryList({ u"wayland-?"_s }, QDir::System).constFirst());
+    }
+    void cleanupTestCase()
+    {
+        for (auto &process : m_swayProcesses | std::views::reverse) {
+            process->kill();
+            process->waitForFinished();
+        }
     }
 
     void rightDragOverApp_data()
     {
-        QTest::addColumn<int>("x");
+        QTest::addColumn<bool>("sway");
+        QTest::addColumn<int>("x"); // on X11, where the pointer rests
         QTest::addColumn<QString>("app");
         QTest::addColumn<bool>("excluded");
-        QTest::newRow("remote-desktop viewer") << 100 << u"org.remmina.Remmina"_s << true;
-        QTest::newRow("browser") << 400 << u"firefox"_s << false;
+        QTest::newRow("X11, remote-desktop viewer") << false << 100 << u"org.remmina.Remmina"_s << true;
+        QTest::newRow("X11, browser") << false << 400 << u"firefox"_s << false;
+        QTest::newRow("sway, remote-desktop viewer") << true << 0 << u"org.remmina.Remmina"_s << true;
+        QTest::newRow("sway, browser") << true << 0 << u"firefox"_s << false;
     }
     void rightDragOverApp()
     {
+        QFETCH(bool, sway);
         QFETCH(int, x);
         QFETCH(QString, app);
         QFETCH(bool, excluded);
+        if (sway && m_swaySocket.isEmpty())
+            QSKIP("sway did not start (Debian package sway; it runs as the user nobody, so the test as root)");
         m_x11.movePointer(int16_t(x), 100);
 
         VirtualMouse mouse("Kestrix Test Mouse");
         QVERIFY(mouse.isValid());
         QVERIFY(mouse.waitForUdev());
         InputThread input;
-        DesktopFollower follower(input, { Session::Desktop::Other, false, qgetenv("DISPLAY"), {} });
-        QTRY_COMPARE_WITH_TIMEOUT(follower.appUnderPointer().current().appId, app, deadlineMs);
+        DesktopFollower follower(input,
+            sway ? Session { Session::Desktop::Sway, true, {}, m_swaySocket }
+                 : Session { Session::Desktop::Other, false, qgetenv("DISPLAY"), {} });
+        const QString focus = u"[app_id=\"%1\"] focus"_s.arg(app); // fails until the window is mapped
+        QTRY_VERIFY_WITH_TIMEOUT((!sway || QProcess::execute(u"swaymsg"_s, { u"-s"_s, m_swaySocket, focus }) == 0)
+                && follower.appUnderPointer().current().appId == app,
+            deadlineMs);
         input.start();
         const auto twinOf = [&]() -> QString {
             for (const auto &device : input.devices()) {
