@@ -1,15 +1,12 @@
 // The program a user starts: one copy per user, newest wins; a tray utility without a window.
 
 #include "app/AppDelegate.h"
-#include "core/SettingsKeys.h"
-#include "core/SettingsStore.h"
+#include "app/DesktopFollower.h"
 #include "desktop/AppIdentity.h"
 #include "desktop/ShutdownSignals.h"
 #include "desktop/SingleInstanceGuard.h"
 #include "linux/InputThread.h"
-#include "session/AppMatcher.h"
 #include "session/AppUnderPointer.h"
-#include "session/PointerPreferences.h"
 #include "ui/AdvancedPage.h"
 #include "ui/StatusBarController.h"
 
@@ -41,23 +38,9 @@ int main(int argc, char **argv)
     // the GUI thread only asks it for things.
     InputThread input;
 
-    // What the desktop says, pushed to the input thread: its left-handed and natural-scrolling
-    // switches, and whether the app under the pointer is one the user excluded.
-    PointerPreferences pointerPreferences;
-    const auto followPointerPreferences = [&] {
-        const PointerPreferences::Values values = pointerPreferences.current();
-        input.setDesktopPointer(values.leftHanded, values.naturalScroll);
-    };
-    followPointerPreferences();
-    QObject::connect(&pointerPreferences, &PointerPreferences::changed, &input, followPointerPreferences);
-    AppUnderPointer appUnderPointer;
-    const auto followApp = [&] {
-        const QStringList patterns
-            = AppMatcher::patternsFromSetting(SettingsStore::shared().value(SettingsKeys::excludedApps));
-        input.setPointerOverExcludedApp(AppMatcher::isExcluded(patterns, appUnderPointer.current()));
-    };
-    QObject::connect(&appUnderPointer, &AppUnderPointer::changed, &input, followApp);
-    QObject::connect(&SettingsStore::shared(), &SettingsStore::changed, &input, followApp);
+    // The desktop's mouse switches and the app under the pointer, followed for the input thread.
+    DesktopFollower desktop(input);
+    AppUnderPointer &appUnderPointer = desktop.appUnderPointer();
 
     LaunchServices services = LaunchServices::system();
     services.makeStatusBar = [&appUnderPointer](InputControl &control) -> std::unique_ptr<QObject> {
