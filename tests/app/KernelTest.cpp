@@ -2,6 +2,7 @@
 // installs Kestrix's udev rule and applies it at once, what the rule opens up, and that the real
 // program, ended by SIGTERM, gives the mouse back.
 
+#include "../linux/VirtualMouse.h"
 #include "RunningKestrix.h"
 #include "linux/PointerDeviceFilter.h"
 
@@ -9,81 +10,48 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <cerrno>
 #include <csignal>
-#include <fcntl.h>
-#include <libevdev/libevdev-uinput.h>
-#include <libevdev/libevdev.h>
-#include <libudev.h>
-#include <linux/input.h>
-#include <memory>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
+using namespace kestrix::test;
 using namespace Qt::StringLiterals;
 
 namespace {
 
-enum class Kind { Mouse, KeyboardAndMouse, LettersAndMouse, Touchpad, Keyboard };
-
-// A uinput device made for the test; destroyed with the object.
-class TestDevice
+// The devices the udev rule must tell apart, besides a plain mouse.
+void keyboardAndMouse(libevdev *device)
 {
-public:
-    TestDevice(const char *name, Kind kind)
-    {
-        libevdev *dev = libevdev_new();
-        libevdev_set_name(dev, name);
-        libevdev_set_id_bustype(dev, BUS_USB);
-        libevdev_set_id_vendor(dev, 0x1234);
-        libevdev_set_id_product(dev, 0x5678);
-        const bool pointer = kind == Kind::Mouse || kind == Kind::KeyboardAndMouse || kind == Kind::LettersAndMouse;
-        if (pointer) {
-            for (const int code : { REL_X, REL_Y, REL_WHEEL })
-                libevdev_enable_event_code(dev, EV_REL, unsigned(code), nullptr);
-            for (const int code : { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE })
-                libevdev_enable_event_code(dev, EV_KEY, unsigned(code), nullptr);
-        }
-        if (kind == Kind::KeyboardAndMouse || kind == Kind::Keyboard) {
-            // udev calls a device a keyboard when it has every key from Esc to D.
-            for (int code = KEY_ESC; code <= KEY_D; ++code)
-                libevdev_enable_event_code(dev, EV_KEY, unsigned(code), nullptr);
-        }
-        if (kind == Kind::LettersAndMouse) {
-            // Every letter but no Esc: udev marks it ID_INPUT_KEY, never ID_INPUT_KEYBOARD.
-            for (const int code : { KEY_Q, KEY_W, KEY_E, KEY_R, KEY_T, KEY_Y, KEY_U, KEY_I, KEY_O, KEY_P, KEY_A, KEY_S,
-                     KEY_D, KEY_F, KEY_G, KEY_H, KEY_J, KEY_K, KEY_L, KEY_Z, KEY_X, KEY_C, KEY_V, KEY_B, KEY_N, KEY_M })
-                libevdev_enable_event_code(dev, EV_KEY, unsigned(code), nullptr);
-        }
-        if (kind == Kind::Touchpad) {
-            const input_absinfo axis {
-                .value = 0, .minimum = 0, .maximum = 1000, .fuzz = 0, .flat = 0, .resolution = 10
-            };
-            libevdev_enable_event_code(dev, EV_ABS, ABS_X, &axis);
-            libevdev_enable_event_code(dev, EV_ABS, ABS_Y, &axis);
-            for (const int code : { BTN_LEFT, BTN_TOUCH, BTN_TOOL_FINGER })
-                libevdev_enable_event_code(dev, EV_KEY, unsigned(code), nullptr);
-        }
-        libevdev_enable_event_code(dev, EV_SYN, SYN_REPORT, nullptr);
-        m_error = libevdev_uinput_create_from_device(dev, LIBEVDEV_UINPUT_OPEN_MANAGED, &m_uinput);
-        libevdev_free(dev);
-    }
-    ~TestDevice()
-    {
-        if (m_uinput != nullptr)
-            libevdev_uinput_destroy(m_uinput);
-    }
-    TestDevice(const TestDevice &) = delete;
-    TestDevice &operator=(const TestDevice &) = delete;
+    describeMouse(device);
+    // udev calls a device a keyboard when it has every key from Esc to D.
+    for (int code = KEY_ESC; code <= KEY_D; ++code)
+        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
+}
 
-    bool ok() const { return m_error == 0 && node() != nullptr; }
-    const char *node() const { return m_uinput != nullptr ? libevdev_uinput_get_devnode(m_uinput) : nullptr; }
-    void write(unsigned type, unsigned code, int value) { libevdev_uinput_write_event(m_uinput, type, code, value); }
+void lettersAndMouse(libevdev *device)
+{
+    describeMouse(device);
+    // Every letter but no Esc: udev marks it ID_INPUT_KEY, never ID_INPUT_KEYBOARD.
+    for (const int code : { KEY_Q, KEY_W, KEY_E, KEY_R, KEY_T, KEY_Y, KEY_U, KEY_I, KEY_O, KEY_P, KEY_A, KEY_S, KEY_D,
+             KEY_F, KEY_G, KEY_H, KEY_J, KEY_K, KEY_L, KEY_Z, KEY_X, KEY_C, KEY_V, KEY_B, KEY_N, KEY_M })
+        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
+}
 
-private:
-    libevdev_uinput *m_uinput = nullptr;
-    int m_error = 0;
-};
+void touchpad(libevdev *device)
+{
+    const input_absinfo axis { .value = 0, .minimum = 0, .maximum = 1000, .fuzz = 0, .flat = 0, .resolution = 10 };
+    libevdev_enable_event_code(device, EV_ABS, ABS_X, &axis);
+    libevdev_enable_event_code(device, EV_ABS, ABS_Y, &axis);
+    for (const int code : { BTN_LEFT, BTN_TOUCH, BTN_TOOL_FINGER })
+        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
+}
+
+void keyboard(libevdev *device)
+{
+    for (int code = KEY_ESC; code <= KEY_D; ++code)
+        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
+}
+
+using Describe = void (*)(libevdev *);
+const Describe kinds[] = { describeMouse, keyboardAndMouse, lettersAndMouse, touchpad, keyboard };
 
 // udev's view of a device once it has handled every pending event: the device's own, and the
 // removal of an earlier device that had the same event node number, whose database entry would
@@ -112,18 +80,6 @@ UdevView udevView(const char *subsystem, const QString &sysname)
     }
     udev_unref(context);
     return view;
-}
-
-bool grabbedByAnother(const char *node)
-{
-    const int fd = ::open(node, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    const bool busy = ::ioctl(fd, EVIOCGRAB, 1) != 0 && errno == EBUSY;
-    if (!busy)
-        ::ioctl(fd, EVIOCGRAB, 0);
-    ::close(fd);
-    return busy;
 }
 
 // The event node of Kestrix's twin of the device called `name`: same name, marked phys.
@@ -164,9 +120,9 @@ private Q_SLOTS:
     // two folders the helper writes to are fresh ones here.
     void helperInstallsTheRuleAndAppliesItAtOnce()
     {
-        TestDevice mouse("Kestrix Helper Test Mouse", Kind::Mouse);
-        QVERIFY(mouse.ok());
-        const QString sysname = QFileInfo(QString::fromUtf8(mouse.node())).fileName();
+        VirtualMouse mouse("Kestrix Helper Test Mouse");
+        QVERIFY(mouse.isValid());
+        const QString sysname = QFileInfo(mouse.node()).fileName();
         const UdevView before = udevView("input", sysname);
         QVERIFY(before.initialized);
         QVERIFY(!before.tags.contains(u"uaccess"_s));
@@ -191,26 +147,26 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("kind");
         QTest::addColumn<bool>("opened");
-        QTest::newRow("mouse") << int(Kind::Mouse) << true;
-        QTest::newRow("keyboard and mouse on one node") << int(Kind::KeyboardAndMouse) << false;
-        QTest::newRow("every letter but no Esc, and a mouse") << int(Kind::LettersAndMouse) << false;
-        QTest::newRow("touchpad") << int(Kind::Touchpad) << false;
-        QTest::newRow("keyboard") << int(Kind::Keyboard) << false;
+        QTest::newRow("mouse") << 0 << true;
+        QTest::newRow("keyboard and mouse on one node") << 1 << false;
+        QTest::newRow("every letter but no Esc, and a mouse") << 2 << false;
+        QTest::newRow("touchpad") << 3 << false;
+        QTest::newRow("keyboard") << 4 << false;
     }
 
     void udevRuleOpensMiceOnly()
     {
         QFETCH(int, kind);
         QFETCH(bool, opened);
-        TestDevice device("Kestrix Rule Test Device", Kind(kind));
-        QVERIFY(device.ok());
-        const QString sysname = QFileInfo(QString::fromUtf8(device.node())).fileName();
+        VirtualMouse device("Kestrix Rule Test Device", kinds[kind]);
+        QVERIFY(device.isValid());
+        const QString sysname = QFileInfo(device.node()).fileName();
         const UdevView view = udevView("input", sysname);
         QVERIFY(view.initialized);
         QCOMPARE(view.tags.contains(u"uaccess"_s), opened);
         QCOMPARE(view.pointerToKestrix, opened);
 
-        const int fd = ::open(device.node(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        const int fd = ::open(device.node().toUtf8().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         libevdev *kernelView = nullptr;
         QCOMPARE(libevdev_new_from_fd(fd, &kernelView), 0);
         const bool pointer
@@ -225,69 +181,42 @@ private Q_SLOTS:
     void sigtermReleasesEveryGrab()
     {
         const QByteArray name = "Kestrix Shutdown Test Mouse";
-        TestDevice mouse(name.constData(), Kind::Mouse);
-        QVERIFY(mouse.ok());
-        QVERIFY(udevView("input", QFileInfo(QString::fromUtf8(mouse.node())).fileName()).initialized);
+        VirtualMouse mouse(name.constData());
+        QVERIFY(mouse.isValid());
+        QVERIFY(udevView("input", QFileInfo(mouse.node()).fileName()).initialized);
 
         QTemporaryDir config;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"XDG_CONFIG_HOME"_s, config.path());
-        kestrix::test::RunningKestrix running(environment);
+        RunningKestrix running(environment);
         QVERIFY(running.process.waitForStarted());
         QTRY_VERIFY2_WITH_TIMEOUT(running.output.contains("[Kestrix] 준비 완료"), running.output.constData(), 60000);
-        QTRY_VERIFY_WITH_TIMEOUT(grabbedByAnother(mouse.node()), 20000);
+        QTRY_VERIFY_WITH_TIMEOUT(isGrabbedByOther(mouse.node()), 20000);
+        QString twinPath;
+        QTRY_VERIFY_WITH_TIMEOUT(!(twinPath = twinNode(name)).isEmpty(), 20000);
+        EventLog twin(twinPath);
+        QVERIFY(twin.isOpen());
 
-        QString twin;
-        QTRY_VERIFY_WITH_TIMEOUT(!(twin = twinNode(name)).isEmpty(), 20000);
-        const int twinFd = ::open(twin.toUtf8().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        QVERIFY(twinFd >= 0);
-        libevdev *twinState = nullptr;
-        QCOMPARE(libevdev_new_from_fd(twinFd, &twinState), 0);
-        std::unique_ptr<libevdev, decltype(&libevdev_free)> twinGuard(twinState, libevdev_free);
-        const auto drain = [twinState] {
-            input_event event {};
-            int status = 0;
-            do {
-                status = libevdev_next_event(twinState, LIBEVDEV_READ_FLAG_NORMAL, &event);
-                while (status == LIBEVDEV_READ_STATUS_SYNC)
-                    status = libevdev_next_event(twinState, LIBEVDEV_READ_FLAG_SYNC, &event);
-            } while (status == LIBEVDEV_READ_STATUS_SUCCESS);
-            return status;
-        };
-
-        // The left button goes through Kestrix to the twin and stays held there.
-        mouse.write(EV_KEY, BTN_LEFT, 1);
-        mouse.write(EV_SYN, SYN_REPORT, 0);
-        QTRY_VERIFY_WITH_TIMEOUT((drain(), libevdev_get_event_value(twinState, EV_KEY, BTN_LEFT) == 1), 10000);
-
-        // A reader of the source, which sees nothing while Kestrix holds the grab.
-        const int sourceFd = ::open(mouse.node(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        QVERIFY(sourceFd >= 0);
-        input_event event {};
-        QCOMPARE(::read(sourceFd, &event, sizeof event), ssize_t(-1));
+        // The left button goes through Kestrix to the twin and stays held there; a reader of the
+        // source sees nothing while Kestrix holds the grab.
+        mouse.press(BTN_LEFT);
+        QTRY_VERIFY_WITH_TIMEOUT(twin.heldButtons() == std::vector<int> { BTN_LEFT }, 10000);
+        EventLog source(mouse.node());
+        QVERIFY(source.isOpen() && source.pump().frames.empty());
 
         running.signal(SIGTERM);
-        kestrix::test::expectCleanExit(running);
+        expectCleanExit(running);
         QVERIFY2(running.output.contains("[Kestrix] 마우스 입력 해제됨"), running.output.constData());
 
         // The mouse is everyone's again: not grabbed, and its events reach other readers. The twin is
         // gone. (Kestrix releases what the twin held before destroying it, but evdev drops a removed
         // device's unread events, so a reader cannot see that release; consumers release a removed
         // device's buttons themselves.)
-        QVERIFY(!grabbedByAnother(mouse.node()));
-        mouse.write(EV_KEY, BTN_LEFT, 0);
-        mouse.write(EV_SYN, SYN_REPORT, 0);
-        bool sawRelease = false;
-        const auto readSource = [&] {
-            while (::read(sourceFd, &event, sizeof event) == ssize_t(sizeof event))
-                sawRelease = sawRelease || (event.type == EV_KEY && event.code == BTN_LEFT && event.value == 0);
-            return sawRelease;
-        };
-        QTRY_VERIFY_WITH_TIMEOUT(readSource(), 5000);
-        QCOMPARE(drain(), -ENODEV);
+        QVERIFY(!isGrabbedByOther(mouse.node()));
+        mouse.release(BTN_LEFT);
+        QTRY_COMPARE_WITH_TIMEOUT(source.pump().framesWith(EV_KEY, BTN_LEFT), 1, 5000);
+        QVERIFY(twin.pump().isGone());
         QVERIFY(twinNode(name).isEmpty());
-        ::close(sourceFd);
-        ::close(twinFd);
     }
 };
 

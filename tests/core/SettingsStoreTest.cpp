@@ -2,8 +2,8 @@
 // is absent or of the wrong type, hand edits seen at once, and a broken file never lost.
 
 #include "core/SettingsStore.h"
-#include "core/Log.h"
 #include "core/SettingsKeys.h"
+#include "core/TestSupport.h"
 #include "engine/ScrollConfig.h"
 
 #include <QDir>
@@ -15,22 +15,10 @@
 #include <QTest>
 
 using namespace kestrix;
+using namespace kestrix::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // One field of the snapshot as a number, so one table covers every kind of setting.
 double field(const ScrollSettings &settings, const QString &name)
@@ -61,14 +49,11 @@ class SettingsStoreTest : public QObject
 private Q_SLOTS:
     void init() { SettingsStore::shared().clear(); }
 
+    // Empty, it reads the defaults.
     void sharedStoreLivesUnderXdgConfigHome()
     {
         const QString expected = qEnvironmentVariable("XDG_CONFIG_HOME") + "/kestrix/settings.json"_L1;
         QCOMPARE(SettingsStore::shared().filePath(), expected);
-    }
-
-    void emptyStoreReadsTheDefaults()
-    {
         QCOMPARE(ScrollConfig::snapshot(), ScrollSettings {});
         QVERIFY(ScrollConfig::disabledMice().empty());
     }
@@ -192,10 +177,8 @@ private Q_SLOTS:
         const QString path = folder.filePath(u"settings.json"_s);
         writeFile(path, contents);
 
-        QStringList lines;
-        Log::setObserver([&lines](std::string_view line) { lines << QString::fromStdString(std::string(line)); });
+        LogLines lines;
         SettingsStore store(path);
-        Log::setObserver(nullptr);
 
         QCOMPARE(lines.size(), 1);
         QVERIFY2(lines[0].startsWith("[Kestrix] Settings file "_L1), qPrintable(lines[0]));
@@ -229,10 +212,8 @@ private Q_SLOTS:
         writeFile(folder.filePath(u"blocker"_s), "x");
         SettingsStore store(folder.filePath(u"blocker/settings.json"_s));
 
-        QStringList lines;
-        Log::setObserver([&lines](std::string_view line) { lines << QString::fromStdString(std::string(line)); });
+        LogLines lines;
         store.setValue(SettingsKeys::scrollSpeed, 4.0);
-        Log::setObserver(nullptr);
 
         QCOMPARE(store.doubleValue(SettingsKeys::scrollSpeed), 4.0);
         QCOMPARE(lines.size(), 1);

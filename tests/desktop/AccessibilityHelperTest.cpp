@@ -1,7 +1,7 @@
 // The permission wait with the access check under the test's control, on the real event loop.
 
 #include "desktop/AccessibilityHelper.h"
-#include "core/Log.h"
+#include "core/TestSupport.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -56,16 +56,10 @@ private:
         return system;
     }
 
-    QStringList m_log;
+    test::LogLines m_log;
 
 private Q_SLOTS:
-    void init()
-    {
-        m_log.clear();
-        Log::setObserver(
-            [this](std::string_view line) { m_log += QString::fromUtf8(line.data(), qsizetype(line.size())); });
-    }
-    void cleanup() { Log::setObserver(nullptr); }
+    void init() { m_log.clear(); }
 
     // The continuation runs once, never before the caller has returned, and nothing polls after
     // it. Access may be there at once; or arrive between the fourth and the fifth check after the

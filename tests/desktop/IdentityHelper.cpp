@@ -8,8 +8,8 @@
 // ignore     adopts the whole identity and ignores SIGTERM
 // name-only  only takes DISPLAY_NAME as its process name: an unrelated program with that name
 // guard      adopts the whole identity, waits for a line on stdin, then runs the single-instance
-//            guard and prints "log LINE" per log line, "asked PID...", "remaining N" (older copies
-//            still running after the guard) and "waited MS"
+//            guard and prints "log LINE" per log line, "asked PID...", and "remaining N" (older
+//            copies still running after the guard)
 // Every mode prints "ready" once it is set up.
 
 #include "core/Log.h"
@@ -17,7 +17,6 @@
 #include "desktop/SingleInstanceGuard.h"
 
 #include <QCoreApplication>
-#include <QElapsedTimer>
 
 #include <csignal>
 #include <cstdio>
@@ -40,16 +39,12 @@ int runGuard(const kestrix::ProcessIdentity &identity)
     if (std::fgets(go, sizeof go, stdin) == nullptr)
         return 2;
     kestrix::Log::setObserver([](std::string_view line) { say("log " + std::string(line)); });
-    QElapsedTimer clock;
-    clock.start();
     const std::vector<pid_t> asked = kestrix::SingleInstanceGuard::terminateOlderCopies(identity);
-    const qint64 waited = clock.elapsed();
     std::string list = "asked";
     for (const pid_t pid : asked)
         list += ' ' + std::to_string(pid);
     say(list);
     say("remaining " + std::to_string(kestrix::SingleInstanceGuard::findOlderCopies(identity).size()));
-    say("waited " + std::to_string(waited));
     return 0;
 }
 

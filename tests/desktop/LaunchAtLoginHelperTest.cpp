@@ -1,9 +1,9 @@
 // Launch at login against a real autostart folder (this test's own $XDG_CONFIG_HOME).
 
 #include "desktop/LaunchAtLoginHelper.h"
-#include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "core/TestSupport.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,17 +15,10 @@
 #include <unistd.h>
 
 using namespace kestrix;
+using namespace kestrix::test;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-void writeFile(const QString &path, const QByteArray &contents)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(contents);
-}
 
 QString autostartFolder() { return QFileInfo(LaunchAtLoginHelper::autostartEntryPath()).absolutePath(); }
 
@@ -36,7 +29,7 @@ class LaunchAtLoginHelperTest : public QObject
     Q_OBJECT
 
 private:
-    QStringList m_log;
+    LogLines m_log;
 
     QStringList errorLines() const { return m_log.filter(u"[Kestrix] Launch at login error: "_s); }
 
@@ -45,8 +38,6 @@ private Q_SLOTS:
     {
         QVERIFY(LaunchAtLoginHelper::autostartEntryPath().startsWith(
             qEnvironmentVariable("XDG_CONFIG_HOME") + "/autostart/"_L1));
-        Log::setObserver(
-            [this](std::string_view line) { m_log += QString::fromUtf8(line.data(), qsizetype(line.size())); });
     }
 
     void init()
@@ -174,7 +165,6 @@ private Q_SLOTS:
     void cleanupTestCase()
     {
         QFile::setPermissions(autostartFolder(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        Log::setObserver(nullptr);
     }
 };
 

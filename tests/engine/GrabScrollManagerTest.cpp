@@ -12,15 +12,12 @@
 
 #include "engine/GrabScrollManager.h"
 #include "RecordingPlatform.h"
-#include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "core/TestSupport.h"
 
 #include <QStringList>
 #include <QTest>
-
-#include <cmath>
-#include <cstdlib>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -91,27 +88,17 @@ QString describeAll(const std::vector<PostedEvent> &posted)
     return parts.join(" | "_L1);
 }
 
-// "speed=1 diagonal=true vertical=false" and so on; anything not named keeps its default.
+// "scrollSpeed=1 diagonalScroll=true" and so on, by the stored keys; anything not named keeps its
+// default.
 void applySettings(const QString &settings)
 {
-    static const QHash<QString, QLatin1StringView> keys = {
-        { u"vertical"_s, SettingsKeys::enableVerticalScroll },
-        { u"horizontal"_s, SettingsKeys::enableHorizontalScroll },
-        { u"diagonal"_s, SettingsKeys::diagonalScroll },
-        { u"reverse"_s, SettingsKeys::reverseScroll },
-        { u"momentum"_s, SettingsKeys::momentumScroll },
-        { u"pixels"_s, SettingsKeys::usePixelScrolling },
-        { u"speed"_s, SettingsKeys::scrollSpeed },
-        { u"threshold"_s, SettingsKeys::dragThreshold },
-        { u"glide"_s, SettingsKeys::momentumGlide },
-    };
     for (const QString &assignment : settings.split(u' ', Qt::SkipEmptyParts)) {
         const QStringList parts = assignment.split(u'=');
-        const QLatin1StringView key = keys.value(parts[0]);
+        const QByteArray key = parts[0].toLatin1();
         if (parts[1] == "true"_L1 || parts[1] == "false"_L1)
-            SettingsStore::shared().setValue(key, parts[1] == "true"_L1);
+            SettingsStore::shared().setValue(QLatin1StringView(key), parts[1] == "true"_L1);
         else
-            SettingsStore::shared().setValue(key, number(parts[1]));
+            SettingsStore::shared().setValue(QLatin1StringView(key), number(parts[1]));
     }
 }
 
@@ -161,14 +148,19 @@ private Q_SLOTS:
     void momentumStartNeedsOneAxisAtOne();
     void pressCancelsMomentumSilently();
     void momentumFollowsTheDragDirection();
-    void stopMidDragPassesTheRest();
-    void startAndStopAreIdempotentAndLogged();
+    void startAndStop();
     void failedInstallLeavesNoHook();
 
 private:
     std::unique_ptr<RecordingPlatform> platform;
     std::unique_ptr<GrabScrollManager> engine;
 };
+
+// One row of a table of four text columns.
+static void row(const char *name, const char *a, const char *b, const char *c, const char *d)
+{
+    QTest::newRow(name) << QString::fromUtf8(a) << QString::fromUtf8(b) << QString::fromUtf8(c) << QString::fromUtf8(d);
+}
 
 void GrabScrollManagerTest::gestures_data()
 {
@@ -177,124 +169,59 @@ void GrabScrollManagerTest::gestures_data()
     QTest::addColumn<QString>("verdicts");
     QTest::addColumn<QString>("posted");
 
-    // The state table.
-    QTest::newRow("drag and release without a press pass") << ""
-                                                           << "drag 3 4 | up"
-                                                           << "pass pass"
-                                                           << "";
-    QTest::newRow("short click is replayed once, marked, at the press position")
-        << ""
-        << "down 10 20 | drag 1 1 | drag -1 2 | up"
-        << "drop drop drop drop"
-        << "click 10 20";
-    QTest::newRow("press and release alone replay a click") << ""
-                                                            << "down 7 8 | up"
-                                                            << "drop drop"
-                                                            << "click 7 8";
-    QTest::newRow("replayed click after the engine's release goes back to idle") << ""
-                                                                                 << "down 1 1 | up | drag 3 4 | up"
-                                                                                 << "drop drop pass pass"
-                                                                                 << "click 1 1";
+    // The state table: without a press everything passes; a short click is replayed once, marked, at
+    // the press position, and the engine is idle again after it.
+    row("short click replayed once", "", "drag 3 4 | up | down 10 20 | drag 1 1 | drag -1 2 | up | drag 3 4 | up",
+        "pass pass drop drop drop drop pass pass", "click 10 20");
 
-    // The threshold: 5.0 points of path, summed as lengths.
-    // Also: both axes scroll until one sums 10 points.
-    QTest::newRow("exactly 5.0 points start scrolling") << ""
-                                                        << "down | drag 3 4"
-                                                        << "drop pass"
-                                                        << "scroll pixel 12 9 phases 1 0 1";
-    QTest::newRow("4.99 points do not") << ""
-                                        << "down | drag 4.99 0 | up"
-                                        << "drop drop drop"
-                                        << "click 0 0";
-    QTest::newRow("path length, not displacement, crosses the threshold") << ""
-                                                                          << "down | drag 0 3 | drag 0 -3"
-                                                                          << "drop drop pass"
-                                                                          << "scroll pixel -9 0 phases 1 0 1";
-    QTest::newRow("the crossing event scrolls by its own delta only")
-        << ""
-        << "down | drag 0 4 | drag 0 2 | drag 0 1"
-        << "drop drop pass pass"
-        << "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
+    // The threshold: 5.0 points of path, summed as lengths. Both axes scroll until one sums 10
+    // points; the lock stays at twice the threshold.
+    row("exactly 5.0 points start scrolling", "", "down | drag 3 4", "drop pass", "scroll pixel 12 9 phases 1 0 1");
+    row("4.99 points do not", "", "down | drag 4.99 0 | up", "drop drop drop", "click 0 0");
+    row("path length, not displacement", "", "down | drag 0 3 | drag 0 -3", "drop drop pass",
+        "scroll pixel -9 0 phases 1 0 1");
+    row("the crossing event scrolls by its own delta only", "", "down | drag 0 4 | drag 0 2 | drag 0 1",
+        "drop drop pass pass", "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1");
+    row("threshold 2: 2 points scroll, the lock comes at 4", "dragThreshold=2", "down | drag 2 0 | drag 1 3 | drag 0 1",
+        "drop pass pass pass",
+        "scroll pixel 0 6 phases 1 0 1 | scroll pixel 9 3 phases 2 0 1 | scroll pixel 3 0 phases 2 0 1");
+    row("threshold 20: 19.9 points still click", "dragThreshold=20", "down 3 3 | drag 0 19.9 | up", "drop drop drop",
+        "click 3 3");
 
-    // The threshold at its ends; the axis lock stays at twice the threshold.
-    QTest::newRow("threshold 2: 2 points scroll, the lock comes at 4")
-        << "threshold=2"
-        << "down | drag 2 0 | drag 1 3 | drag 0 1"
-        << "drop pass pass pass"
-        << "scroll pixel 0 6 phases 1 0 1 | scroll pixel 9 3 phases 2 0 1 | scroll pixel 3 0 phases 2 0 1";
-    QTest::newRow("threshold 20: 19.9 points still click") << "threshold=20"
-                                                           << "down 3 3 | drag 0 19.9 | up"
-                                                           << "drop drop drop"
-                                                           << "click 3 3";
-
-    // Release of a scroll.
-    QTest::newRow("release with momentum on posts the gesture end")
-        << "speed=1"
-        << "down | drag 0 5 | drag 0 0.5 | up"
-        << "drop pass pass drop"
-        << "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1";
-    QTest::newRow("release with momentum off posts nothing and is dropped") << "momentum=false"
-                                                                            << "down | drag 0 5 | up"
-                                                                            << "drop pass drop"
-                                                                            << "scroll pixel 15 0";
-    QTest::newRow("line units without momentum") << "momentum=false pixels=false"
-                                                 << "down | drag 0 5 | up"
-                                                 << "drop pass drop"
-                                                 << "scroll line 15 0";
-    QTest::newRow("phased events are pixels even when lines are chosen") << "pixels=false"
-                                                                         << "down | drag 0 5"
-                                                                         << "drop pass"
-                                                                         << "scroll pixel 15 0 phases 1 0 1";
+    // Release of a scroll; units.
+    row("release with momentum on posts the gesture end", "scrollSpeed=1", "down | drag 0 5 | drag 0 0.5 | up",
+        "drop pass pass drop", "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1");
+    row("release with momentum off posts nothing", "momentumScroll=false", "down | drag 0 5 | up", "drop pass drop",
+        "scroll pixel 15 0");
+    row("line units without momentum", "momentumScroll=false usePixelScrolling=false", "down | drag 0 5 | up",
+        "drop pass drop", "scroll line 15 0");
+    row("phased events are pixels even when lines are chosen", "usePixelScrolling=false", "down | drag 0 5",
+        "drop pass", "scroll pixel 15 0 phases 1 0 1");
 
     // Axis lock, direction, speed, truncation.
-    QTest::newRow("a tie locks vertical, and the deciding step is already filtered")
-        << ""
-        << "down | drag 10 10"
-        << "drop pass"
-        << "scroll pixel 30 0 phases 1 0 1";
-    QTest::newRow("the longer axis wins the lock") << ""
-                                                   << "down | drag 10.5 2 | drag 4 4"
-                                                   << "drop pass pass"
-                                                   << "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1";
-    QTest::newRow("the lock holds for the rest of the gesture")
-        << ""
-        << "down | drag 0 11 | drag 20 0 | drag 1 1"
-        << "drop pass pass pass"
-        << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1";
-    QTest::newRow("diagonal scrolling takes no lock")
-        << "diagonal=true"
-        << "down | drag 0 11 | drag 20 1"
-        << "drop pass pass"
-        << "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1";
-    QTest::newRow("amounts truncate toward zero")
-        << ""
-        << "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5"
-        << "drop pass pass pass"
-        << "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1";
-    QTest::newRow("reverse off scrolls against the hand")
-        << "reverse=false"
-        << "down | drag 5 0 | drag 0 1.5"
-        << "drop pass pass"
-        << "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1";
-    QTest::newRow("amounts below one are not posted") << "speed=0.2"
-                                                      << "down | drag 0 5 | drag 0 1 | drag 0 1"
-                                                      << "drop pass pass pass"
-                                                      << "scroll pixel 1 0 phases 1 0 1";
-    QTest::newRow("both axes switched off post nothing and start no momentum") << "vertical=false horizontal=false"
-                                                                               << "down | drag 3 4 | drag 0 20 | up"
-                                                                               << "drop pass pass drop"
-                                                                               << "scroll pixel 0 0 phases 8 0 1";
+    row("a tie locks vertical, the deciding step already filtered", "", "down | drag 10 10", "drop pass",
+        "scroll pixel 30 0 phases 1 0 1");
+    row("the longer axis wins the lock", "", "down | drag 10.5 2 | drag 4 4", "drop pass pass",
+        "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1");
+    row("the lock holds for the rest of the gesture", "", "down | drag 0 11 | drag 20 0 | drag 1 1",
+        "drop pass pass pass", "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1");
+    row("diagonal scrolling takes no lock", "diagonalScroll=true", "down | drag 0 11 | drag 20 1", "drop pass pass",
+        "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1");
+    row("amounts truncate toward zero", "", "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5", "drop pass pass pass",
+        "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1");
+    row("reverse off scrolls against the hand", "reverseScroll=false", "down | drag 5 0 | drag 0 1.5", "drop pass pass",
+        "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1");
+    row("amounts below one are not posted", "scrollSpeed=0.2", "down | drag 0 5 | drag 0 1 | drag 0 1",
+        "drop pass pass pass", "scroll pixel 1 0 phases 1 0 1");
+    row("both axes off post nothing, start no momentum", "enableVerticalScroll=false enableHorizontalScroll=false",
+        "down | drag 3 4 | drag 0 20 | up", "drop pass pass drop", "scroll pixel 0 0 phases 8 0 1");
 
     // Pass-through.
-    QTest::newRow("marked events pass in every state")
-        << ""
-        << "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up"
-        << "pass pass drop pass pass drop"
-        << "click 4 4";
-    QTest::newRow("a press mid-gesture starts over") << ""
-                                                     << "down | drag 0 5 | down 2 2 | drag 1 0 | up"
-                                                     << "drop pass drop drop drop"
-                                                     << "scroll pixel 15 0 phases 1 0 1 | click 2 2";
+    row("marked events pass in every state", "",
+        "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up", "pass pass drop pass pass drop",
+        "click 4 4");
+    row("a press mid-gesture starts over", "", "down | drag 0 5 | down 2 2 | drag 1 0 | up", "drop pass drop drop drop",
+        "scroll pixel 15 0 phases 1 0 1 | click 2 2");
 }
 
 void GrabScrollManagerTest::gestures()
@@ -313,7 +240,7 @@ void GrabScrollManagerTest::gestures()
 
 void GrabScrollManagerTest::historiesKeepTheLastEightAmounts()
 {
-    applySettings(u"speed=1"_s);
+    applySettings(u"scrollSpeed=1"_s);
     runScript(*engine, *platform, u"down | drag 0 5"_s);
     for (int step = 1; step <= 20; ++step)
         engine->handleEvent(parseEvent(u"drag 0 %1"_s.arg(step)), *platform);
@@ -352,20 +279,14 @@ void GrabScrollManagerTest::momentumRuns_data()
     QTest::addColumn<int>("steps");
     QTest::addColumn<int>("sum");
 
-    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded.
-    QTest::newRow("1.0") << "0.97"
-                         << "down | drag 0 4 | drag 0 1 | up" << 39 << 0;
-    QTest::newRow("5.0") << "0.97"
-                         << "down | drag 0 5 | up" << 92 << 105;
-    QTest::newRow("10.0") << "0.97"
-                          << "down | drag 0 10 | up" << 115 << 255;
-    QTest::newRow("30.0") << "0.97"
-                          << "down | drag 0 30 | up" << 151 << 883;
-    // The glide at its ends: about 0.1 s and 1.5 s of momentum from 10 pixels a step.
-    QTest::newRow("10.0, glide 0.90") << "0.90"
-                                      << "down | drag 0 10 | up" << 33 << 71;
-    QTest::newRow("10.0, glide 0.99") << "0.99"
-                                      << "down | drag 0 10 | up" << 348 << 784;
+    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded. The
+    // glide at its ends: about 0.1 s and 1.5 s of momentum from 10 pixels a step.
+    QTest::newRow("1.0") << u"0.97"_s << u"down | drag 0 4 | drag 0 1 | up"_s << 39 << 0;
+    QTest::newRow("5.0") << u"0.97"_s << u"down | drag 0 5 | up"_s << 92 << 105;
+    QTest::newRow("10.0") << u"0.97"_s << u"down | drag 0 10 | up"_s << 115 << 255;
+    QTest::newRow("30.0") << u"0.97"_s << u"down | drag 0 30 | up"_s << 151 << 883;
+    QTest::newRow("10.0, glide 0.90") << u"0.90"_s << u"down | drag 0 10 | up"_s << 33 << 71;
+    QTest::newRow("10.0, glide 0.99") << u"0.99"_s << u"down | drag 0 10 | up"_s << 348 << 784;
 }
 
 void GrabScrollManagerTest::momentumRuns()
@@ -375,7 +296,7 @@ void GrabScrollManagerTest::momentumRuns()
     QFETCH(int, steps);
     QFETCH(int, sum);
 
-    applySettings(u"speed=1 glide="_s + glide);
+    applySettings(u"scrollSpeed=1 momentumGlide="_s + glide);
     runScript(*engine, *platform, gesture);
     QVERIFY(platform->timerRunning);
     QCOMPARE(platform->timerPeriod, std::chrono::milliseconds(16));
@@ -412,11 +333,12 @@ void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne_data()
     QTest::addColumn<bool>("starts");
 
     // Speed 0.11 with 9-point steps: amounts of 0.99 per axis.
-    QTest::newRow("(0.99, -0.99) starts nothing") << "diagonal=true speed=0.11 | down | drag 9 -9 | up" << false;
-    QTest::newRow("(0, 1.0) starts") << "speed=0.2 | down | drag 0 5 | up" << true;
-    QTest::newRow("(-1.0, 0) starts") << "speed=0.2 | down | drag -5 0 | up" << true;
+    QTest::newRow("(0.99, -0.99) starts nothing")
+        << "diagonalScroll=true scrollSpeed=0.11 | down | drag 9 -9 | up" << false;
+    QTest::newRow("(0, 1.0) starts") << "scrollSpeed=0.2 | down | drag 0 5 | up" << true;
+    QTest::newRow("(-1.0, 0) starts") << "scrollSpeed=0.2 | down | drag -5 0 | up" << true;
     QTest::newRow("averages over fewer than 8 steps")
-        << "speed=1 | down | drag 0 5 | drag 0 -4 | up" << false; // (5 - 4) / 2 = 0.5
+        << "scrollSpeed=1 | down | drag 0 5 | drag 0 -4 | up" << false; // (5 - 4) / 2 = 0.5
 }
 
 void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne()
@@ -445,38 +367,30 @@ void GrabScrollManagerTest::pressCancelsMomentumSilently()
 
 void GrabScrollManagerTest::momentumFollowsTheDragDirection()
 {
-    applySettings(u"reverse=false speed=2"_s);
+    applySettings(u"reverseScroll=false scrollSpeed=2"_s);
     runScript(*engine, *platform, u"down | drag 0 10 | up"_s);
     engine->momentumTick(*platform);
     // -10 * 2 = -20 average; the first step carries 0.97 of it.
     QCOMPARE(describe(platform->posted.back()), u"scroll pixel -19 0 phases 0 1 1"_s);
 }
 
-void GrabScrollManagerTest::stopMidDragPassesTheRest()
+// Start and stop are idempotent and logged, a stop mid-drag passes the rest, and the platform's
+// time-out re-enables the hook.
+void GrabScrollManagerTest::startAndStop()
 {
-    runScript(*engine, *platform, u"down | drag 0 6"_s);
-    engine->stop();
-    QCOMPARE(engine->state(), GrabScrollManager::State::Idle);
-    QVERIFY(!platform->installed);
-    const Run run = runScript(*engine, *platform, u"drag 0 6 | up"_s);
-    QCOMPARE(run.verdicts, u"pass pass"_s);
-}
-
-void GrabScrollManagerTest::startAndStopAreIdempotentAndLogged()
-{
-    QStringList lines;
-    Log::setObserver(
-        [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+    LogLines lines;
     engine->start();
     QCOMPARE(platform->installCalls, 1);
+    runScript(*engine, *platform, u"down | drag 0 6"_s);
     engine->stop();
     engine->stop();
     QCOMPARE(platform->uninstallCalls, 1);
+    QCOMPARE(engine->state(), GrabScrollManager::State::Idle);
+    QCOMPARE(runScript(*engine, *platform, u"drag 0 6 | up"_s).verdicts, u"pass pass"_s);
     engine->start();
     QCOMPARE(platform->installCalls, 2);
     QCOMPARE(engine->handleEvent(parseEvent(u"timeout"_s), *platform), Verdict::Pass);
     QCOMPARE(platform->reenableCalls, 1);
-    Log::setObserver(nullptr);
     QCOMPARE(lines,
         QStringList({ u"[Kestrix] 마우스 입력 해제됨"_s, u"[Kestrix] 마우스 입력 해제됨"_s,
             u"[Kestrix] 마우스 입력 연결됨"_s }));
@@ -486,13 +400,12 @@ void GrabScrollManagerTest::failedInstallLeavesNoHook()
 {
     engine->stop();
     platform->installSucceeds = false;
-    QStringList lines;
-    Log::setObserver(
-        [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
-    engine->start();
-    Log::setObserver(nullptr);
+    {
+        LogLines lines;
+        engine->start();
+        QCOMPARE(lines, QStringList { u"[Kestrix] 입력 장치 연결 실패 — /dev/uinput 접근 권한을 확인하세요."_s });
+    }
     QVERIFY(!engine->isStarted());
-    QCOMPARE(lines, QStringList { u"[Kestrix] 입력 장치 연결 실패 — /dev/uinput 접근 권한을 확인하세요."_s });
     // A timeout notice for a hook that is not there changes nothing.
     engine->handleEvent(parseEvent(u"timeout"_s), *platform);
     QCOMPARE(platform->reenableCalls, 0);

@@ -58,7 +58,6 @@ public:
     {
         timerRunning = true;
         timerPeriod = period;
-        ++timerStarts;
     }
     void cancel() override { timerRunning = false; }
 
@@ -82,7 +81,6 @@ public:
     int reenableCalls = 0;
     bool timerRunning = false;
     std::chrono::milliseconds timerPeriod { 0 };
-    int timerStarts = 0;
     std::vector<PostedEvent> posted;
 };
 

@@ -19,8 +19,8 @@
 
 #include <algorithm>
 #include <chrono>
-#include <string>
 #include <initializer_list>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -28,10 +28,19 @@
 namespace kestrix::test {
 
 // A USB mouse with left, right, middle and side buttons, motion and a plain wheel.
+inline void describeMouse(libevdev *device)
+{
+    for (const int code : { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE })
+        libevdev_enable_event_code(device, EV_KEY, static_cast<unsigned int>(code), nullptr);
+    for (const int code : { REL_X, REL_Y, REL_WHEEL })
+        libevdev_enable_event_code(device, EV_REL, static_cast<unsigned int>(code), nullptr);
+}
+
+// A device made through uinput, by default a mouse; `describe` gives it its codes.
 class VirtualMouse
 {
 public:
-    explicit VirtualMouse(const char *name)
+    explicit VirtualMouse(const char *name, void (*describe)(libevdev *) = describeMouse)
     {
         libevdev *description = libevdev_new();
         libevdev_set_name(description, name);
@@ -39,10 +48,7 @@ public:
         libevdev_set_id_vendor(description, 0x4b58);
         libevdev_set_id_product(description, 0x0001);
         libevdev_set_phys(description, "usb-kestrix-test/input0");
-        for (const int code : { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE, BTN_SIDE })
-            libevdev_enable_event_code(description, EV_KEY, static_cast<unsigned int>(code), nullptr);
-        for (const int code : { REL_X, REL_Y, REL_WHEEL })
-            libevdev_enable_event_code(description, EV_REL, static_cast<unsigned int>(code), nullptr);
+        describe(description);
         libevdev_uinput_create_from_device(description, LIBEVDEV_UINPUT_OPEN_MANAGED, &m_device);
         libevdev_free(description);
         if (m_device != nullptr)
@@ -93,7 +99,8 @@ public:
     {
         if (m_device == nullptr)
             return;
-        struct stat node {};
+        struct stat node
+        { };
         const bool known = ::stat(m_node.toUtf8().constData(), &node) == 0;
         libevdev_uinput_destroy(m_device);
         m_device = nullptr;

@@ -105,17 +105,4 @@ void setDownloadsFolder(const QString &folder)
     writeFile(config + QStringLiteral("/user-dirs.dirs"), "XDG_DOWNLOAD_DIR=\"" + folder.toUtf8() + "\"\n");
 }
 
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
-        qFatal("cannot write %s", qPrintable(path));
-}
-
 } // namespace kestrix::test

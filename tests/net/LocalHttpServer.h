@@ -2,7 +2,9 @@
 
 // What the network tests (here and in tests/updates) share: a small HTTP/1.1 server on
 // 127.0.0.1, written with Qt's own QTcpServer, so the code under test talks to it over real
-// sockets exactly as it would to a real server, and the few file helpers every download test needs.
+// sockets exactly as it would to a real server.
+
+#include "core/TestSupport.h"
 
 #include <QByteArray>
 #include <QHash>
@@ -77,8 +79,5 @@ inline QByteArray json(const char *text) { return QByteArray(text).replace('\'',
 // Makes `folder` the user's Downloads folder through user-dirs.dirs in $XDG_CONFIG_HOME, as on a
 // desktop. The folder need not exist.
 void setDownloadsFolder(const QString &folder);
-
-QByteArray readFile(const QString &path); // "<missing>" when it cannot be read
-void writeFile(const QString &path, const QByteArray &bytes);
 
 } // namespace kestrix::test

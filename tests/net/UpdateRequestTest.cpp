@@ -9,7 +9,7 @@
 #include "net/InstallerDownload.h"
 #include "net/Network.h"
 
-#include "core/Log.h"
+#include "core/TestSupport.h"
 #include "net/LocalHttpServer.h"
 
 #include <QDir>
@@ -107,14 +107,6 @@ private Q_SLOTS:
             expectPlainHeaders(request);
     }
 
-    void appInfoAgreesWithTheBuildVersion()
-    {
-        const QLatin1StringView buildVersion(KESTRIX_PROJECT_VERSION);
-        QCOMPARE(AppInfo::version, buildVersion);
-        QCOMPARE(AppInfo::displayLine, "Kestrix v"_L1 + buildVersion);
-        QCOMPARE(AppInfo::updateQuery, "/checkUpdate/?v="_L1 + buildVersion);
-    }
-
     // The rules the end-to-end cases do not reach: each of these bodies is refused as a whole.
     void refusesABodyAgainstTheReplyRules_data()
     {
@@ -126,6 +118,7 @@ private Q_SLOTS:
             << json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':42}");
         QTest::newRow("releaseNotes a list")
             << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':['a']}");
+        QTest::newRow("empty") << QByteArray();
         QTest::newRow("keys in another case") << json("{'update_available':true,'latest_version':'1.2'}");
     }
 
@@ -153,13 +146,10 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, value);
         QFETCH(QString, expected);
-        QStringList lines;
-        Log::setObserver(
-            [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
+        LogLines lines;
         qputenv("KESTRIX_TEST_BASE_URL", value);
         const QUrl url
             = Network::joinUrl(Network::baseUrl("KESTRIX_TEST_BASE_URL", AppInfo::website), AppInfo::updateQuery);
-        Log::setObserver(nullptr);
         qunsetenv("KESTRIX_TEST_BASE_URL");
 
         QCOMPARE(url.isValid() ? url.toString() : u"refused"_s, expected);
@@ -241,10 +231,7 @@ private Q_SLOTS:
             QVERIFY(QFile::link(outside + u'/' + linkTo, destination));
         m_server.setResponse("/files/" + name, { 200, "the new image" });
         m_server.requests.clear();
-        QStringList lines;
-        Log::setObserver(
-            [&lines](std::string_view line) { lines << QString::fromUtf8(line.data(), qsizetype(line.size())); });
-
+        LogLines lines;
         QStringList savedAs;
         InstallerDownload::download(
             m_server.url("/files/" + name), [&savedAs](const QString &file) { savedAs << file; });
@@ -257,7 +244,6 @@ private Q_SLOTS:
             QVERIFY(savedAs.isEmpty() && m_server.requests.isEmpty());
             QCOMPARE(lines.size(), 1);
         }
-        Log::setObserver(nullptr);
         QCOMPARE(QDir(outside).entryList(QDir::Files), QStringList { u"victim"_s });
         QCOMPARE(readFile(outside + "/victim"_L1), QByteArray("the user's own file"));
         QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden | QDir::System),

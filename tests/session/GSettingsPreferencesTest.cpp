@@ -2,7 +2,7 @@
 // $XDG_CONFIG_HOME) and the real schema from gsettings-desktop-schemas; changes come from another
 // process, the way GNOME's settings panel makes them.
 
-#include "core/Log.h"
+#include "core/TestSupport.h"
 #include "session/PointerPreferences.h"
 
 #include <QProcess>
@@ -45,8 +45,7 @@ private Q_SLOTS:
     {
         gsettingsSet(u"left-handed"_s, u"false"_s);
         gsettingsSet(u"natural-scroll"_s, u"false"_s);
-        QStringList log;
-        Log::setObserver([&log](std::string_view line) { log.append(QString::fromUtf8(line)); });
+        test::LogLines log;
         PointerPreferences preferences(Session { Session::Desktop::Gnome, true, {}, {} });
         QCOMPARE(preferences.current(), (PointerPreferences::Values { false, false, u"GSettings"_s }));
         QCOMPARE(
@@ -59,7 +58,6 @@ private Q_SLOTS:
         QTRY_VERIFY(preferences.current().naturalScroll);
         QCOMPARE(changed.count(), 2);
         QCOMPARE(log.last(), u"[Kestrix] Pointer settings from GSettings: left-handed, natural scrolling on"_s);
-        Log::setObserver(nullptr);
     }
 };
 

@@ -120,7 +120,7 @@ private Q_SLOTS:
     }
 
     // sway lists touchpads apart from mice; only mice count.
-    void swayInputs()
+    void sway()
     {
         const auto values = PointerPreferences::fromSwayInputs(QJsonDocument::fromJson(R"([
             {"identifier": "1739:52934:Touchpad", "type": "touchpad",
@@ -130,10 +130,8 @@ private Q_SLOTS:
             {"identifier": "0:0:virtual", "type": "pointer"}])"));
         QVERIFY(values.leftHanded);
         QVERIFY(!values.naturalScroll);
-    }
 
-    void swayFraming()
-    {
+        // The IPC framing, fed byte by byte.
         const QByteArray first = SwayIpc::encode(SwayIpc::GetTree, "{}");
         const QByteArray second = SwayIpc::encode(SwayIpc::WindowEvent, R"({"change":"focus"})");
         QCOMPARE(first.size(), 14 + 2);

@@ -5,6 +5,7 @@
 #include "ui/AppStyle.h"
 #include "ui/CardView.h"
 #include "ui/GradientView.h"
+#include "ui/StatusBarController.h"
 #include "ui/WindowChrome.h"
 
 #include <QApplication>
@@ -141,6 +142,28 @@ private Q_SLOTS:
         const int top = (checkbox.height() - ControlStyle::indicatorSize) / 2;
         QVERIFY(distance(image.pixelColor(1, top + 10), edge) <= 24);
         QVERIFY(distance(image.pixelColor(6, top + 6), box) <= 24);
+    }
+
+    // Both icons render whole at tray sizes (Qt's SVG icon engine is there): the coloured one opaque
+    // in the middle and clear at the corner; the symbolic one, as drawn (no theme recolours it),
+    // holds light and dark pixels, so it reads on a dark panel and on a light one.
+    void iconsRenderAtTraySizes()
+    {
+        const QIcon symbolic(u":/icons/kestrix-symbolic.svg"_s);
+        for (const int size : { 16, 22, 24, 32, 48, 64 }) {
+            const QImage drawn = StatusBarController::appIcon().pixmap(size, size).toImage();
+            QCOMPARE(drawn.size(), QSize(size, size));
+            QVERIFY(drawn.pixelColor(size / 2, size / 2).alpha() == 255 && drawn.pixelColor(0, 0).alpha() < 255);
+            const QImage glyph = symbolic.pixmap(size, size).toImage();
+            int light = 0;
+            int dark = 0;
+            for (int pixel = 0; pixel < size * size; ++pixel) {
+                const QColor shade = glyph.pixelColor(pixel % size, pixel / size);
+                light += shade.alpha() > 200 && shade.lightness() > 200 ? 1 : 0;
+                dark += shade.alpha() > 200 && shade.lightness() < 80 ? 1 : 0;
+            }
+            QVERIFY(light >= size && dark >= size);
+        }
     }
 };
 

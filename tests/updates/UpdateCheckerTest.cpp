@@ -139,9 +139,6 @@ private Q_SLOTS:
         QTest::newRow("no update") << 200 << json("{'updateAvailable':false,'latestVersion':'1.0.1'}") << none
                                    << u"No Updates|You are using the latest version.|*OK"_s << false;
         QTest::newRow("latestVersion missing") << 200 << json("{'updateAvailable':true}") << none << none << false;
-        QTest::newRow("updateAvailable a string")
-            << 200 << json("{'updateAvailable':'true','latestVersion':'1.2'}") << none << none << false;
-        QTest::newRow("empty body") << 200 << QByteArray() << none << none << false;
         QTest::newRow("not JSON") << 502 << QByteArray("<html>Bad Gateway</html>") << none << none << false;
     }
 
