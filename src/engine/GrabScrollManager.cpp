@@ -72,33 +72,22 @@ void GrabScrollManager::stop()
 
 Verdict GrabScrollManager::handleEvent(const PointerEvent &event, EventPoster &poster)
 {
+    // The hook's own notices come first; the engine's switch and marker decide the rest.
+    const bool passes = !m_isEnabled || event.userData == syntheticEventMarker;
     switch (event.type) {
     case PointerEventType::HookDisabledByTimeout:
     case PointerEventType::HookDisabledByUserInput:
         if (m_hookInstalled)
             m_hook.reenable();
         return Verdict::Pass;
-    case PointerEventType::RightMouseDown:
-    case PointerEventType::RightMouseUp:
     case PointerEventType::RightMouseDragged:
+        return passes ? Verdict::Pass : handleRightMouseDragged(event, poster);
+    case PointerEventType::RightMouseUp:
+        return passes ? Verdict::Pass : handleRightMouseUp(poster);
+    case PointerEventType::RightMouseDown:
+        return passes ? Verdict::Pass : handleRightMouseDown(event, poster);
     case PointerEventType::Other:
-        break;
-    }
-
-    if (!m_isEnabled || event.userData == syntheticEventMarker)
         return Verdict::Pass;
-
-    switch (event.type) {
-    case PointerEventType::RightMouseDragged:
-        return handleRightMouseDragged(event, poster);
-    case PointerEventType::RightMouseUp:
-        return handleRightMouseUp(poster);
-    case PointerEventType::RightMouseDown:
-        return handleRightMouseDown(event, poster);
-    case PointerEventType::HookDisabledByTimeout:
-    case PointerEventType::HookDisabledByUserInput:
-    case PointerEventType::Other:
-        break;
     }
     return Verdict::Pass;
 }

@@ -65,6 +65,34 @@ struct Session
     }
 };
 
+// Holds the input thread still, between two frames, for as long as it lives.
+class Stall
+{
+public:
+    explicit Stall(InputThread &input)
+        : m_thread([this, &input] {
+            input.runOnInputThread([this](GrabScrollManager &, LinuxInputBackend &) {
+                m_inside.store(true);
+                while (m_stalled.load())
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            });
+        })
+    {
+        while (!m_inside.load())
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    ~Stall()
+    {
+        m_stalled.store(false);
+        m_thread.join();
+    }
+
+private:
+    std::atomic<bool> m_stalled { true };
+    std::atomic<bool> m_inside { false };
+    std::thread m_thread;
+};
+
 // Every log line of the current test, also those the watchdog writes from its own thread.
 std::mutex logMutex;
 QString logText;
@@ -168,10 +196,14 @@ private Q_SLOTS:
         QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
         QCOMPARE(twin.sum(EV_REL, REL_X), 0);
 
-        // Without returning to the event loop: the release, then far more than the kernel keeps.
-        mouse.release(BTN_RIGHT);
-        if (overflow)
+        // The release, then (with the input thread held still) far more than the kernel keeps.
+        if (overflow) {
+            const Stall stall(session.input);
+            mouse.release(BTN_RIGHT);
             mouse.clickBurst(BTN_MIDDLE, 80);
+        } else {
+            mouse.release(BTN_RIGHT);
+        }
         // What came after an overflow is lost as well (libevdev discards it when it resynchronises),
         // so the sync waits until the backend has been through it.
         QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Idle, deadlineMs);
@@ -391,13 +423,7 @@ private Q_SLOTS:
 
         // Stall the input thread while writing, until another reader sees the mouse. The log line
         // follows the release on the watchdog's thread.
-        std::atomic<bool> stalled { true };
-        std::thread staller([&] {
-            session.input.runOnInputThread([&](GrabScrollManager &, LinuxInputBackend &) {
-                while (stalled.load())
-                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            });
-        });
+        auto stall = std::make_unique<Stall>(session.input);
         const QDeadlineTimer deadline(deadlineMs);
         while (otherReader.pump().frames.empty() && !deadline.hasExpired()) {
             mouse.move(1, 0);
@@ -414,8 +440,7 @@ private Q_SLOTS:
 
         // The input thread runs again (its waiting input is handled at once), but takes no grab
         // while a button is held: the desktop must see that release from the source.
-        stalled.store(false);
-        staller.join();
+        stall.reset();
         session.state(); // one more pass of the input thread
         QVERIFY(!isGrabbedByOther(mouse.node()));
         mouse.release(BTN_LEFT);
