@@ -73,12 +73,13 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("log");
         const QString denied = u"[Kestrix] Input access to the mice and /dev/uinput = 0"_s;
         const QString granted = u"[Kestrix] 입력 장치 권한 부여됨"_s;
-        QTest::newRow("already granted") << 1 << false << QStringList { u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s };
+        QTest::newRow("already granted") << 1 << false
+                                         << QStringList { u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s };
         QTest::newRow("granted after 4.5 s")
             << 6 << false << QStringList { denied, u"[Kestrix] Input access, asked through polkit = 0"_s, granted };
         QTest::newRow("prompt says yes") << 2 << true
-                                         << QStringList { denied,
-                                                u"[Kestrix] Input access, asked through polkit = 1"_s, granted };
+                                         << QStringList { denied, u"[Kestrix] Input access, asked through polkit = 1"_s,
+                                                granted };
     }
 
     void continuesOnceWhenAccessIsFound()
@@ -106,23 +107,8 @@ private Q_SLOTS:
     }
 
     // pkexec is only ever given a file root alone can change, by the canonical path that was checked.
-    void onlyRootsFilesAreRunAsRoot_data()
-    {
-        QTest::addColumn<QString>("path"); // "TMP/..." lies in a fresh folder under /tmp
-        QTest::addColumn<QString>("runs"); // the path run, "" for none
-        const QString shell = QFileInfo(u"/bin/sh"_s).canonicalFilePath();
-        QTest::newRow("a system program") << u"/bin/sh"_s << shell;
-        QTest::newRow("a link in /tmp to it: the target runs") << u"TMP/link-to-sh"_s << shell;
-        QTest::newRow("a script in /tmp") << u"TMP/helper"_s << QString();
-        QTest::newRow("not executable") << u"/etc/passwd"_s << QString();
-        QTest::newRow("relative: found through PATH") << u"sh"_s << QString();
-        QTest::newRow("missing") << u"/usr/libexec/kestrix-no-such-helper"_s << QString();
-    }
-
     void onlyRootsFilesAreRunAsRoot()
     {
-        QFETCH(QString, path);
-        QFETCH(QString, runs);
         QTemporaryDir folder(u"/tmp/kestrix-helper-XXXXXX"_s);
         QVERIFY(QFile::link(u"/bin/sh"_s, folder.filePath(u"link-to-sh"_s)));
         QFile helper(folder.filePath(u"helper"_s));
@@ -130,8 +116,14 @@ private Q_SLOTS:
         helper.close();
         QVERIFY(helper.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
             | QFileDevice::ReadOther | QFileDevice::ExeOther));
-        path.replace(u"TMP"_s, folder.path());
-        QCOMPARE(AccessibilityHelper::rootOnlyExecutable(path), runs);
+        // The path run, "" for none: a system program; a link in /tmp to it (the target runs); a script
+        // in /tmp; not executable; relative, found through PATH; missing.
+        const QString shell = QFileInfo(u"/bin/sh"_s).canonicalFilePath();
+        const std::pair<QString, QString> rows[] = { { u"/bin/sh"_s, shell },
+            { folder.filePath(u"link-to-sh"_s), shell }, { folder.filePath(u"helper"_s), {} }, { u"/etc/passwd"_s, {} },
+            { u"sh"_s, {} }, { u"/usr/libexec/kestrix-no-such-helper"_s, {} } };
+        for (const auto &[path, runs] : rows)
+            QCOMPARE(path + u' ' + AccessibilityHelper::rootOnlyExecutable(path), path + u' ' + runs);
     }
 
     void neverGrantedKeepsCheckingAndNeverContinues()

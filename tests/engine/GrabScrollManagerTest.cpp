@@ -19,6 +19,8 @@
 #include <QStringList>
 #include <QTest>
 
+#include <tuple>
+
 using namespace kestrix;
 using namespace kestrix::test;
 using namespace Qt::StringLiterals;
@@ -125,7 +127,23 @@ class GrabScrollManagerTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
+    void init() { reset(); }
+
+    void gestures_data();
+    void gestures();
+    void historiesKeepTheLastEightAmounts();
+    void settingsChangeTheVeryNextEvent();
+    void failedScrollKeepsTheGestureUnbegun();
+    void momentumRuns();
+    void momentumStartNeedsOneAxisAtOne();
+    void pressCancelsMomentumSilently();
+    void momentumFollowsTheDragDirection();
+    void startAndStop();
+    void failedInstallLeavesNoHook();
+
+private:
+    // A fresh engine over a fresh platform and an empty store, for each function and for each row.
+    void reset()
     {
         SettingsStore::shared().disconnect(this);
         SettingsStore::shared().clear();
@@ -137,21 +155,6 @@ private Q_SLOTS:
             [this] { engine->setSettings(ScrollConfig::snapshot()); });
     }
 
-    void gestures_data();
-    void gestures();
-    void historiesKeepTheLastEightAmounts();
-    void settingsChangeTheVeryNextEvent();
-    void failedScrollKeepsTheGestureUnbegun();
-    void momentumRuns_data();
-    void momentumRuns();
-    void momentumStartNeedsOneAxisAtOne_data();
-    void momentumStartNeedsOneAxisAtOne();
-    void pressCancelsMomentumSilently();
-    void momentumFollowsTheDragDirection();
-    void startAndStop();
-    void failedInstallLeavesNoHook();
-
-private:
     std::unique_ptr<RecordingPlatform> platform;
     std::unique_ptr<GrabScrollManager> engine;
 };
@@ -272,84 +275,62 @@ void GrabScrollManagerTest::failedScrollKeepsTheGestureUnbegun()
     QCOMPARE(describeAll(platform->posted), u"scroll pixel 6 0 phases 1 0 1"_s);
 }
 
-void GrabScrollManagerTest::momentumRuns_data()
-{
-    QTest::addColumn<QString>("glide");
-    QTest::addColumn<QString>("gesture");
-    QTest::addColumn<int>("steps");
-    QTest::addColumn<int>("sum");
-
-    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded. The
-    // glide at its ends: about 0.1 s and 1.5 s of momentum from 10 pixels a step.
-    QTest::newRow("1.0") << u"0.97"_s << u"down | drag 0 4 | drag 0 1 | up"_s << 39 << 0;
-    QTest::newRow("5.0") << u"0.97"_s << u"down | drag 0 5 | up"_s << 92 << 105;
-    QTest::newRow("10.0") << u"0.97"_s << u"down | drag 0 10 | up"_s << 115 << 255;
-    QTest::newRow("30.0") << u"0.97"_s << u"down | drag 0 30 | up"_s << 151 << 883;
-    QTest::newRow("10.0, glide 0.90") << u"0.90"_s << u"down | drag 0 10 | up"_s << 33 << 71;
-    QTest::newRow("10.0, glide 0.99") << u"0.99"_s << u"down | drag 0 10 | up"_s << 348 << 784;
-}
-
 void GrabScrollManagerTest::momentumRuns()
 {
-    QFETCH(QString, glide);
-    QFETCH(QString, gesture);
-    QFETCH(int, steps);
-    QFETCH(int, sum);
+    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded. The
+    // glide at its ends: about 0.1 s and 1.5 s of momentum from 10 pixels a step.
+    const std::tuple<const char *, const char *, int, int> rows[] = { { "0.97", "drag 0 4 | drag 0 1", 39, 0 },
+        { "0.97", "drag 0 5", 92, 105 }, { "0.97", "drag 0 10", 115, 255 }, { "0.97", "drag 0 30", 151, 883 },
+        { "0.90", "drag 0 10", 33, 71 }, { "0.99", "drag 0 10", 348, 784 } };
+    for (const auto &[glide, drags, steps, sum] : rows) {
+        const Row row { QLatin1StringView(glide) + u' ' + QLatin1StringView(drags) };
+        reset();
+        applySettings(u"scrollSpeed=1 momentumGlide="_s + QLatin1StringView(glide));
+        runScript(*engine, *platform, "down | "_L1 + QLatin1StringView(drags) + " | up"_L1);
+        QVERIFY(platform->timerRunning);
+        QCOMPARE(platform->timerPeriod, std::chrono::milliseconds(16));
 
-    applySettings(u"scrollSpeed=1 momentumGlide="_s + glide);
-    runScript(*engine, *platform, gesture);
-    QVERIFY(platform->timerRunning);
-    QCOMPARE(platform->timerPeriod, std::chrono::milliseconds(16));
+        const std::size_t before = platform->scrolls().size();
+        int ticks = 0;
+        while (platform->timerRunning && ticks < 1000) {
+            engine->momentumTick(*platform);
+            ++ticks;
+        }
+        const std::vector<ScrollEvent> all = platform->scrolls();
+        const std::vector<ScrollEvent> momentum(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
 
-    const std::size_t before = platform->scrolls().size();
-    int ticks = 0;
-    while (platform->timerRunning && ticks < 1000) {
-        engine->momentumTick(*platform);
-        ++ticks;
+        QCOMPARE(ticks, steps + 1);
+        QCOMPARE(static_cast<int>(momentum.size()), steps + 1);
+        int total = 0;
+        for (int i = 0; i < steps; ++i) {
+            const ScrollEvent &event = momentum[static_cast<std::size_t>(i)];
+            QCOMPARE(event.horizontal, 0);
+            QVERIFY(event.phases);
+            QCOMPARE(event.phases->scrollPhase, 0);
+            QCOMPARE(event.phases->momentumPhase, i == 0 ? 1 : 2);
+            QCOMPARE(event.phases->isContinuous, 1);
+            total += event.vertical;
+        }
+        QCOMPARE(total, sum);
+        QCOMPARE(describe(momentum.back()), u"scroll pixel 0 0 phases 0 8 1"_s);
+        QVERIFY(!engine->isMomentumRunning());
     }
-    const std::vector<ScrollEvent> all = platform->scrolls();
-    const std::vector<ScrollEvent> momentum(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
-
-    QCOMPARE(ticks, steps + 1);
-    QCOMPARE(static_cast<int>(momentum.size()), steps + 1);
-    int total = 0;
-    for (int i = 0; i < steps; ++i) {
-        const ScrollEvent &event = momentum[static_cast<std::size_t>(i)];
-        QCOMPARE(event.horizontal, 0);
-        QVERIFY(event.phases);
-        QCOMPARE(event.phases->scrollPhase, 0);
-        QCOMPARE(event.phases->momentumPhase, i == 0 ? 1 : 2);
-        QCOMPARE(event.phases->isContinuous, 1);
-        total += event.vertical;
-    }
-    QCOMPARE(total, sum);
-    QCOMPARE(describe(momentum.back()), u"scroll pixel 0 0 phases 0 8 1"_s);
-    QVERIFY(!engine->isMomentumRunning());
-}
-
-void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne_data()
-{
-    QTest::addColumn<QString>("gesture");
-    QTest::addColumn<bool>("starts");
-
-    // Speed 0.11 with 9-point steps: amounts of 0.99 per axis.
-    QTest::newRow("(0.99, -0.99) starts nothing")
-        << "diagonalScroll=true scrollSpeed=0.11 | down | drag 9 -9 | up" << false;
-    QTest::newRow("(0, 1.0) starts") << "scrollSpeed=0.2 | down | drag 0 5 | up" << true;
-    QTest::newRow("(-1.0, 0) starts") << "scrollSpeed=0.2 | down | drag -5 0 | up" << true;
-    QTest::newRow("averages over fewer than 8 steps")
-        << "scrollSpeed=1 | down | drag 0 5 | drag 0 -4 | up" << false; // (5 - 4) / 2 = 0.5
 }
 
 void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne()
 {
-    QFETCH(QString, gesture);
-    QFETCH(bool, starts);
-
-    const qsizetype settingsEnd = gesture.indexOf(u'|');
-    applySettings(gesture.left(settingsEnd));
-    runScript(*engine, *platform, gesture.mid(settingsEnd + 1));
-    QCOMPARE(platform->timerRunning, starts);
+    // Speed 0.11 with 9-point steps: amounts of 0.99 per axis. The last averages over fewer than 8
+    // steps: (5 - 4) / 2 = 0.5.
+    const std::pair<const char *, bool> rows[]
+        = { { "diagonalScroll=true scrollSpeed=0.11 | drag 9 -9", false }, { "scrollSpeed=0.2 | drag 0 5", true },
+              { "scrollSpeed=0.2 | drag -5 0", true }, { "scrollSpeed=1 | drag 0 5 | drag 0 -4", false } };
+    for (const auto &[gesture, starts] : rows) {
+        reset();
+        const QStringList parts = QString::fromLatin1(gesture).split(u'|');
+        applySettings(parts.first());
+        runScript(*engine, *platform, u"down|"_s + parts.mid(1).join(u'|') + u"| up"_s);
+        QVERIFY2(platform->timerRunning == starts, gesture);
+    }
 }
 
 void GrabScrollManagerTest::pressCancelsMomentumSilently()

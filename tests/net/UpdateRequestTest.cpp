@@ -108,56 +108,43 @@ private Q_SLOTS:
     }
 
     // The rules the end-to-end cases do not reach: each of these bodies is refused as a whole.
-    void refusesABodyAgainstTheReplyRules_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::newRow("updateAvailable missing") << json("{'latestVersion':'1.2'}");
-        QTest::newRow("updateAvailable a number") << json("{'updateAvailable':1,'latestVersion':'1.2'}");
-        QTest::newRow("latestVersion a number") << json("{'updateAvailable':true,'latestVersion':1.2}");
-        QTest::newRow("downloadUrl a number")
-            << json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':42}");
-        QTest::newRow("releaseNotes a list")
-            << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':['a']}");
-        QTest::newRow("empty") << QByteArray();
-        QTest::newRow("keys in another case") << json("{'update_available':true,'latest_version':'1.2'}");
-    }
-
     void refusesABodyAgainstTheReplyRules()
     {
-        QFETCH(QByteArray, body);
-        const UpdateResult result = decodeUpdateResponse(body);
-        const auto *error = std::get_if<UpdateError>(&result);
-        QVERIFY(error != nullptr && error->kind == UpdateError::Kind::Undecodable);
-    }
-
-    void baseAddressOverride_data()
-    {
-        QTest::addColumn<QByteArray>("value");
-        QTest::addColumn<QString>("expected"); // the joined check address, or "refused"
-
-        QTest::newRow("unset: the web site") << QByteArray() << u"https://kestrix.orvane.com/checkUpdate/?v=1.0.1"_s;
-        QTest::newRow("path prefix, trailing slash") << QByteArray("https://updates.example.org/kestrix/")
-                                                     << u"https://updates.example.org/kestrix/checkUpdate/?v=1.0.1"_s;
-        QTest::newRow("no scheme") << QByteArray("127.0.0.1:8080") << u"refused"_s;
-        QTest::newRow("other scheme") << QByteArray("ftp://127.0.0.1") << u"refused"_s;
+        // updateAvailable missing or a number, latestVersion a number, downloadUrl a number,
+        // releaseNotes a list, empty, keys in another case.
+        for (const char *body : { "{'latestVersion':'1.2'}", "{'updateAvailable':1,'latestVersion':'1.2'}",
+                 "{'updateAvailable':true,'latestVersion':1.2}",
+                 "{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':42}",
+                 "{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':['a']}", "",
+                 "{'update_available':true,'latest_version':'1.2'}" }) {
+            const UpdateResult result = decodeUpdateResponse(json(body));
+            const auto *error = std::get_if<UpdateError>(&result);
+            QVERIFY2(error != nullptr && error->kind == UpdateError::Kind::Undecodable, body);
+        }
     }
 
     void baseAddressOverride()
     {
-        QFETCH(QByteArray, value);
-        QFETCH(QString, expected);
-        LogLines lines;
-        qputenv("KESTRIX_TEST_BASE_URL", value);
-        const QUrl url
-            = Network::joinUrl(Network::baseUrl("KESTRIX_TEST_BASE_URL", AppInfo::website), AppInfo::updateQuery);
-        qunsetenv("KESTRIX_TEST_BASE_URL");
+        // The joined check address, or "refused".
+        const std::pair<QByteArray, QString> rows[] = {
+            { {}, u"https://kestrix.orvane.com/checkUpdate/?v=1.0.1"_s }, // unset: the web site
+            { "https://updates.example.org/kestrix/", u"https://updates.example.org/kestrix/checkUpdate/?v=1.0.1"_s },
+            { "127.0.0.1:8080", u"refused"_s }, { "ftp://127.0.0.1", u"refused"_s }
+        };
+        for (const auto &[value, expected] : rows) {
+            LogLines lines;
+            qputenv("KESTRIX_TEST_BASE_URL", value);
+            const QUrl url
+                = Network::joinUrl(Network::baseUrl("KESTRIX_TEST_BASE_URL", AppInfo::website), AppInfo::updateQuery);
+            qunsetenv("KESTRIX_TEST_BASE_URL");
 
-        QCOMPARE(url.isValid() ? url.toString() : u"refused"_s, expected);
-        // A refused override says so, naming the variable and the value.
-        QCOMPARE(lines.size(), url.isValid() ? 0 : 1);
-        if (!url.isValid())
-            QVERIFY(lines.first().startsWith("[Kestrix] KESTRIX_TEST_BASE_URL ignored"_L1)
-                && lines.first().contains(QString::fromUtf8(value)));
+            QCOMPARE(url.isValid() ? url.toString() : u"refused"_s, expected);
+            // A refused override says so, naming the variable and the value.
+            QCOMPARE(lines.size(), url.isValid() ? 0 : 1);
+            if (!url.isValid())
+                QVERIFY(lines.first().startsWith("[Kestrix] KESTRIX_TEST_BASE_URL ignored"_L1)
+                    && lines.first().contains(QString::fromUtf8(value)));
+        }
     }
 
     void downloadSavesWhatTheServerSent_data()
@@ -264,33 +251,29 @@ private Q_SLOTS:
     }
 
     // A download cut short or stalled leaves the older file as it was, and no partial file.
-    void downloadThatFailsKeepsTheOldFile_data()
-    {
-        QTest::addColumn<int>("behaviour");
-        QTest::newRow("connection dropped mid-body") << int(HttpResponse::Truncate);
-        QTest::newRow("no data for the stall limit") << int(HttpResponse::Stall);
-    }
-
     void downloadThatFailsKeepsTheOldFile()
     {
-        QFETCH(int, behaviour);
-        QVERIFY(QDir().mkpath(m_downloads));
-        m_server.setResponse("/files/Fails.dmg", { 200, "the first part", HttpResponse::Behaviour(behaviour) });
-        const QString destination = m_downloads + "/Fails.dmg"_L1;
-        writeFile(destination, "an older download");
-        const QStringList before = QDir(m_downloads).entryList(QDir::Files | QDir::Hidden);
+        // The connection dropped mid-body, then no data for the stall limit.
+        for (const HttpResponse::Behaviour behaviour : { HttpResponse::Truncate, HttpResponse::Stall }) {
+            const Row row { QString::number(int(behaviour)) };
+            QVERIFY(QDir().mkpath(m_downloads));
+            m_server.setResponse("/files/Fails.dmg", { 200, "the first part", behaviour });
+            const QString destination = m_downloads + "/Fails.dmg"_L1;
+            writeFile(destination, "an older download");
+            const QStringList before = QDir(m_downloads).entryList(QDir::Files | QDir::Hidden);
 
-        QSignalSpy finished(&Network::manager(), &QNetworkAccessManager::finished);
-        bool saved = false;
-        InstallerDownload::download(
-            m_server.url("/files/Fails.dmg"), [&saved](const QString &) { saved = true; },
-            std::chrono::milliseconds(300));
-        QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
-        m_server.closeUnanswered();
+            QSignalSpy finished(&Network::manager(), &QNetworkAccessManager::finished);
+            bool saved = false;
+            InstallerDownload::download(
+                m_server.url("/files/Fails.dmg"), [&saved](const QString &) { saved = true; },
+                std::chrono::milliseconds(300));
+            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
+            m_server.closeUnanswered();
 
-        QVERIFY(!saved);
-        QCOMPARE(readFile(destination), QByteArray("an older download"));
-        QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden), before);
+            QVERIFY(!saved);
+            QCOMPARE(readFile(destination), QByteArray("an older download"));
+            QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden), before);
+        }
     }
 };
 
