@@ -129,7 +129,6 @@ class GrabScrollManagerTest : public QObject
 private Q_SLOTS:
     void init() { reset(); }
 
-    void gestures_data();
     void gestures();
     void historiesKeepTheLastEightAmounts();
     void settingsChangeTheVeryNextEvent();
@@ -159,86 +158,69 @@ private:
     std::unique_ptr<GrabScrollManager> engine;
 };
 
-// One row of a table of four text columns.
-static void row(const char *name, const char *a, const char *b, const char *c, const char *d)
-{
-    QTest::newRow(name) << QString::fromUtf8(a) << QString::fromUtf8(b) << QString::fromUtf8(c) << QString::fromUtf8(d);
-}
-
-void GrabScrollManagerTest::gestures_data()
-{
-    QTest::addColumn<QString>("settings");
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QString>("verdicts");
-    QTest::addColumn<QString>("posted");
-
-    // The state table: without a press everything passes; a short click is replayed once, marked, at
-    // the press position, and the engine is idle again after it.
-    row("short click replayed once", "", "drag 3 4 | up | down 10 20 | drag 1 1 | drag -1 2 | up | drag 3 4 | up",
-        "pass pass drop drop drop drop pass pass", "click 10 20");
-
-    // The threshold: 5.0 points of path, summed as lengths. Both axes scroll until one sums 10
-    // points; the lock stays at twice the threshold.
-    row("exactly 5.0 points start scrolling", "", "down | drag 3 4", "drop pass", "scroll pixel 12 9 phases 1 0 1");
-    row("4.99 points do not", "", "down | drag 4.99 0 | up", "drop drop drop", "click 0 0");
-    row("path length, not displacement", "", "down | drag 0 3 | drag 0 -3", "drop drop pass",
-        "scroll pixel -9 0 phases 1 0 1");
-    row("the crossing event scrolls by its own delta only", "", "down | drag 0 4 | drag 0 2 | drag 0 1",
-        "drop drop pass pass", "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1");
-    row("threshold 2: 2 points scroll, the lock comes at 4", "dragThreshold=2", "down | drag 2 0 | drag 1 3 | drag 0 1",
-        "drop pass pass pass",
-        "scroll pixel 0 6 phases 1 0 1 | scroll pixel 9 3 phases 2 0 1 | scroll pixel 3 0 phases 2 0 1");
-    row("threshold 20: 19.9 points still click", "dragThreshold=20", "down 3 3 | drag 0 19.9 | up", "drop drop drop",
-        "click 3 3");
-
-    // Release of a scroll; units.
-    row("release with momentum on posts the gesture end", "scrollSpeed=1", "down | drag 0 5 | drag 0 0.5 | up",
-        "drop pass pass drop", "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1");
-    row("release with momentum off posts nothing", "momentumScroll=false", "down | drag 0 5 | up", "drop pass drop",
-        "scroll pixel 15 0");
-    row("line units without momentum", "momentumScroll=false usePixelScrolling=false", "down | drag 0 5 | up",
-        "drop pass drop", "scroll line 15 0");
-    row("phased events are pixels even when lines are chosen", "usePixelScrolling=false", "down | drag 0 5",
-        "drop pass", "scroll pixel 15 0 phases 1 0 1");
-
-    // Axis lock, direction, speed, truncation.
-    row("a tie locks vertical, the deciding step already filtered", "", "down | drag 10 10", "drop pass",
-        "scroll pixel 30 0 phases 1 0 1");
-    row("the longer axis wins the lock", "", "down | drag 10.5 2 | drag 4 4", "drop pass pass",
-        "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1");
-    row("the lock holds for the rest of the gesture", "", "down | drag 0 11 | drag 20 0 | drag 1 1",
-        "drop pass pass pass", "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1");
-    row("diagonal scrolling takes no lock", "diagonalScroll=true", "down | drag 0 11 | drag 20 1", "drop pass pass",
-        "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1");
-    row("amounts truncate toward zero", "", "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5", "drop pass pass pass",
-        "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1");
-    row("reverse off scrolls against the hand", "reverseScroll=false", "down | drag 5 0 | drag 0 1.5", "drop pass pass",
-        "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1");
-    row("amounts below one are not posted", "scrollSpeed=0.2", "down | drag 0 5 | drag 0 1 | drag 0 1",
-        "drop pass pass pass", "scroll pixel 1 0 phases 1 0 1");
-    row("both axes off post nothing, start no momentum", "enableVerticalScroll=false enableHorizontalScroll=false",
-        "down | drag 3 4 | drag 0 20 | up", "drop pass pass drop", "scroll pixel 0 0 phases 8 0 1");
-
-    // Pass-through.
-    row("marked events pass in every state", "",
-        "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up", "pass pass drop pass pass drop",
-        "click 4 4");
-    row("a press mid-gesture starts over", "", "down | drag 0 5 | down 2 2 | drag 1 0 | up", "drop pass drop drop drop",
-        "scroll pixel 15 0 phases 1 0 1 | click 2 2");
-}
-
 void GrabScrollManagerTest::gestures()
 {
-    QFETCH(QString, settings);
-    QFETCH(QString, script);
-    QFETCH(QString, verdicts);
-    QFETCH(QString, posted);
-
-    applySettings(settings);
-    const Run run = runScript(*engine, *platform, script);
-    QCOMPARE(run.verdicts, verdicts);
-    QCOMPARE(run.posted, posted);
-    QCOMPARE(engine->isEnabled(), true);
+    // Each row: its name, the settings, the script, the verdicts and what was posted.
+    const char *const rows[][5] = {
+        // The state table: without a press everything passes; a short click is replayed once, marked, at
+        // the press position, and the engine is idle again after it.
+        { "short click replayed once", "", "drag 3 4 | up | down 10 20 | drag 1 1 | drag -1 2 | up | drag 3 4 | up",
+            "pass pass drop drop drop drop pass pass", "click 10 20" },
+        // The threshold: 5.0 points of path, summed as lengths. Both axes scroll until one sums 10
+        // points; the lock stays at twice the threshold.
+        { "exactly 5.0 points start scrolling", "", "down | drag 3 4", "drop pass", "scroll pixel 12 9 phases 1 0 1" },
+        { "4.99 points do not", "", "down | drag 4.99 0 | up", "drop drop drop", "click 0 0" },
+        { "path length, not displacement", "", "down | drag 0 3 | drag 0 -3", "drop drop pass",
+            "scroll pixel -9 0 phases 1 0 1" },
+        { "the crossing event scrolls by its own delta only", "", "down | drag 0 4 | drag 0 2 | drag 0 1",
+            "drop drop pass pass", "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1" },
+        { "threshold 2: 2 points scroll, the lock comes at 4", "dragThreshold=2",
+            "down | drag 2 0 | drag 1 3 | drag 0 1", "drop pass pass pass",
+            "scroll pixel 0 6 phases 1 0 1 | scroll pixel 9 3 phases 2 0 1 | scroll pixel 3 0 phases 2 0 1" },
+        { "threshold 20: 19.9 points still click", "dragThreshold=20", "down 3 3 | drag 0 19.9 | up", "drop drop drop",
+            "click 3 3" },
+        // Release of a scroll; units.
+        { "release with momentum on posts the gesture end", "scrollSpeed=1", "down | drag 0 5 | drag 0 0.5 | up",
+            "drop pass pass drop", "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1" },
+        { "release with momentum off posts nothing", "momentumScroll=false", "down | drag 0 5 | up", "drop pass drop",
+            "scroll pixel 15 0" },
+        { "line units without momentum", "momentumScroll=false usePixelScrolling=false", "down | drag 0 5 | up",
+            "drop pass drop", "scroll line 15 0" },
+        { "phased events are pixels even when lines are chosen", "usePixelScrolling=false", "down | drag 0 5",
+            "drop pass", "scroll pixel 15 0 phases 1 0 1" },
+        // Axis lock, direction, speed, truncation.
+        { "a tie locks vertical, the deciding step already filtered", "", "down | drag 10 10", "drop pass",
+            "scroll pixel 30 0 phases 1 0 1" },
+        { "the longer axis wins the lock", "", "down | drag 10.5 2 | drag 4 4", "drop pass pass",
+            "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1" },
+        { "the lock holds for the rest of the gesture", "", "down | drag 0 11 | drag 20 0 | drag 1 1",
+            "drop pass pass pass", "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1" },
+        { "diagonal scrolling takes no lock", "diagonalScroll=true", "down | drag 0 11 | drag 20 1", "drop pass pass",
+            "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1" },
+        { "amounts truncate toward zero", "", "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5", "drop pass pass pass",
+            "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1" },
+        { "reverse off scrolls against the hand", "reverseScroll=false", "down | drag 5 0 | drag 0 1.5",
+            "drop pass pass", "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1" },
+        { "amounts below one are not posted", "scrollSpeed=0.2", "down | drag 0 5 | drag 0 1 | drag 0 1",
+            "drop pass pass pass", "scroll pixel 1 0 phases 1 0 1" },
+        { "both axes off post nothing, start no momentum", "enableVerticalScroll=false enableHorizontalScroll=false",
+            "down | drag 3 4 | drag 0 20 | up", "drop pass pass drop", "scroll pixel 0 0 phases 8 0 1" },
+        // Pass-through.
+        { "marked events pass in every state", "",
+            "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up", "pass pass drop pass pass drop",
+            "click 4 4" },
+        { "a press mid-gesture starts over", "", "down | drag 0 5 | down 2 2 | drag 1 0 | up",
+            "drop pass drop drop drop", "scroll pixel 15 0 phases 1 0 1 | click 2 2" }
+    };
+    for (const auto &[name, settings, script, verdicts, posted] : rows) {
+        const Row row { QString::fromUtf8(name) };
+        reset();
+        applySettings(QString::fromUtf8(settings));
+        const Run run = runScript(*engine, *platform, QString::fromUtf8(script));
+        QCOMPARE(run.verdicts, QString::fromUtf8(verdicts));
+        QCOMPARE(run.posted, QString::fromUtf8(posted));
+        QCOMPARE(engine->isEnabled(), true);
+    }
 }
 
 void GrabScrollManagerTest::historiesKeepTheLastEightAmounts()
