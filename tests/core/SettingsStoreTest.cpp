@@ -93,8 +93,8 @@ private Q_SLOTS:
             SettingsStore::shared().setValue(key, stored);
             const QString row = key + u' '
                 + QString::fromUtf8(QJsonDocument(QJsonArray { stored }).toJson(QJsonDocument::Compact)) + u' ';
-            QCOMPARE(row + QString::number(field(ScrollConfig::snapshot(), QString::fromLatin1(name))),
-                row + QString::number(read));
+            QCOMPARE(row + QString::number(field(ScrollConfig::snapshot(), QString::fromLatin1(name)), 'g', 15),
+                row + QString::number(read, 'g', 15));
         }
     }
 
