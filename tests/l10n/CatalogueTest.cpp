@@ -5,8 +5,11 @@
 #include "l10n/Catalogue.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "core/TestSupport.h"
 #include "l10n/L10n.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonValue>
 #include <QSignalSpy>
 #include <QTest>
@@ -253,37 +256,30 @@ private Q_SLOTS:
     // The stored code, read at every call, whatever the system's locale: each exact code shows its
     // language through every accessor; anything else, or nothing, shows English. Nothing is written
     // back.
-    void storedLanguage_data()
-    {
-        QTest::addColumn<QJsonValue>("stored");
-        QTest::addColumn<Language>("shown");
-        for (const Language language : Languages::allCases)
-            QTest::newRow(Languages::rawValue(language).data())
-                << QJsonValue(Languages::rawValue(language)) << language;
-        const auto english
-            = [](const char *name, const QJsonValue &stored) { QTest::newRow(name) << stored << Language::English; };
-        english("nothing stored", QJsonValue(QJsonValue::Undefined));
-        for (const char *code : { "EN", "Ko", "en-US", "pt_BR", "zh-Hans", "", " de", "xx", "nb", "eng", "English" })
-            english(code, QJsonValue(QString::fromLatin1(code)));
-        english("number", QJsonValue(7));
-        english("Boolean", QJsonValue(true));
-        english("null", QJsonValue(QJsonValue::Null));
-    }
-
     void storedLanguage()
     {
-        QFETCH(QJsonValue, stored);
-        QFETCH(Language, shown);
-        QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-        qputenv("LANG", "de_DE.UTF-8");
-        if (!stored.isUndefined())
-            SettingsStore::shared().setValue(SettingsKeys::language, stored);
-        QSignalSpy writes(&SettingsStore::shared(), &SettingsStore::changed);
-        QCOMPARE(Languages::current(), shown);
-        QCOMPARE(wrongAccessors(shown), QStringList());
-        QCOMPARE(writes.count(), 0);
-        QCOMPARE(SettingsStore::shared().value(SettingsKeys::language), stored);
-        QLocale::setDefault(QLocale::c());
+        std::vector<std::pair<QJsonValue, Language>> rows { { QJsonValue::Undefined, Language::English } };
+        for (const Language language : Languages::allCases)
+            rows.emplace_back(QString(Languages::rawValue(language)), language);
+        for (const char *code : { "EN", "Ko", "en-US", "pt_BR", "zh-Hans", "", " de", "xx", "nb", "eng", "English" })
+            rows.emplace_back(QString::fromLatin1(code), Language::English);
+        for (const QJsonValue &other : { QJsonValue(7), QJsonValue(true), QJsonValue(QJsonValue::Null) })
+            rows.emplace_back(other, Language::English);
+        for (const auto &[stored, shown] : rows) {
+            const test::Row row { QString::fromUtf8(
+                QJsonDocument(QJsonArray { stored }).toJson(QJsonDocument::Compact)) };
+            SettingsStore::shared().clear();
+            QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+            qputenv("LANG", "de_DE.UTF-8");
+            if (!stored.isUndefined())
+                SettingsStore::shared().setValue(SettingsKeys::language, stored);
+            QSignalSpy writes(&SettingsStore::shared(), &SettingsStore::changed);
+            QCOMPARE(Languages::current(), shown);
+            QCOMPARE(wrongAccessors(shown), QStringList());
+            QCOMPARE(writes.count(), 0);
+            QCOMPARE(SettingsStore::shared().value(SettingsKeys::language), stored);
+            QLocale::setDefault(QLocale::c());
+        }
     }
 };
 
