@@ -67,55 +67,50 @@ private Q_SLOTS:
     // Granted at launch: the tray first, then everything else once, in order, after the caller has
     // returned; the launch event carries the stored language as it stands, and "en" when none was chosen. A
     // second stop changes nothing.
-    void grantedAtLaunchStartsEverythingInOrder_data()
-    {
-        QTest::addColumn<QJsonValue>("stored");
-        QTest::addColumn<QString>("sent");
-        QTest::newRow("Korean") << QJsonValue(u"ko"_s) << u"ko"_s;
-        QTest::newRow("unknown code") << QJsonValue(u"tlh"_s) << u"tlh"_s;
-        QTest::newRow("not a string") << QJsonValue(7) << u"en"_s;
-    }
-
     void grantedAtLaunchStartsEverythingInOrder()
     {
-        QFETCH(QJsonValue, stored);
-        QFETCH(QString, sent);
-        SettingsStore::shared().clear();
-        SettingsStore::shared().setValue(SettingsKeys::language, stored);
-        test::RecordingPlatform platform;
-        GrabScrollManager manager(platform, platform);
-        const auto access = std::make_shared<Access>();
-        access->granted = true;
-        test::EngineControl input(manager);
-        AppDelegate delegate(input, servicesFor(access, manager));
-        QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
-        QSignalSpy states(&delegate, &AppDelegate::accessStateChanged);
+        // Korean, an unknown code, not a string.
+        const std::pair<QJsonValue, QString> rows[] = { { u"ko"_s, u"ko"_s }, { u"tlh"_s, u"tlh"_s }, { 7, u"en"_s } };
+        for (const auto &[stored, sent] : rows) {
+            const test::Row row { sent };
+            m_log.clear();
+            SettingsStore::shared().clear();
+            SettingsStore::shared().setValue(SettingsKeys::language, stored);
+            test::RecordingPlatform platform;
+            GrabScrollManager manager(platform, platform);
+            const auto access = std::make_shared<Access>();
+            access->granted = true;
+            test::EngineControl input(manager);
+            AppDelegate delegate(input, servicesFor(access, manager));
+            QSignalSpy launched(&delegate, &AppDelegate::launchCompleted);
+            QSignalSpy states(&delegate, &AppDelegate::accessStateChanged);
 
-        delegate.applicationDidFinishLaunching();
-        QVERIFY(!manager.isStarted()); // the continuation runs on a later pass of the event loop
-        QVERIFY(launched.wait());
-        QCOMPARE(platform.installCalls, 1);
-        QCOMPARE(m_log,
-            (QStringList {
-                u"[Kestrix] 시작 중..."_s,
-                u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s,
-                u"[Kestrix] 입력 장치 권한 확인됨"_s,
-                u"[Kestrix] 마우스 입력 연결됨"_s,
-                u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
-            }));
-        QCOMPARE(access->prompts, 0);
-        QCOMPARE(access->launchSteps,
-            (QStringList { u"status bar"_s, u"app_launch (engine running)"_s, u"silent update check"_s }));
-        QCOMPARE(states.size(), 2);
-        QCOMPARE(states[0][0].value<AccessState>(), AccessState::Waiting);
-        QCOMPARE(states[1][0].value<AccessState>(), AccessState::Granted);
-        QCOMPARE(access->launchParams, (QJsonObject { { u"app_version"_s, u"1.0.1"_s }, { u"language"_s, sent } }));
+            delegate.applicationDidFinishLaunching();
+            QVERIFY(!manager.isStarted()); // the continuation runs on a later pass of the event loop
+            QVERIFY(launched.wait());
+            QCOMPARE(platform.installCalls, 1);
+            QCOMPARE(m_log,
+                (QStringList {
+                    u"[Kestrix] 시작 중..."_s,
+                    u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s,
+                    u"[Kestrix] 입력 장치 권한 확인됨"_s,
+                    u"[Kestrix] 마우스 입력 연결됨"_s,
+                    u"[Kestrix] 준비 완료 — 오른쪽 버튼 드래그로 스크롤하세요"_s,
+                }));
+            QCOMPARE(access->prompts, 0);
+            QCOMPARE(access->launchSteps,
+                (QStringList { u"status bar"_s, u"app_launch (engine running)"_s, u"silent update check"_s }));
+            QCOMPARE(states.size(), 2);
+            QCOMPARE(states[0][0].value<AccessState>(), AccessState::Waiting);
+            QCOMPARE(states[1][0].value<AccessState>(), AccessState::Granted);
+            QCOMPARE(access->launchParams, (QJsonObject { { u"app_version"_s, u"1.0.1"_s }, { u"language"_s, sent } }));
 
-        delegate.applicationWillTerminate();
-        QVERIFY(!manager.isStarted());
-        delegate.applicationWillTerminate();
-        QCOMPARE(platform.uninstallCalls, 1);
-        QCOMPARE(launched.size(), 1);
+            delegate.applicationWillTerminate();
+            QVERIFY(!manager.isStarted());
+            delegate.applicationWillTerminate();
+            QCOMPARE(platform.uninstallCalls, 1);
+            QCOMPARE(launched.size(), 1);
+        }
     }
 
     // Quitting while still waiting stops an engine that never started, harmlessly; a grant that

@@ -3,6 +3,7 @@
 // is kept out of reach (an empty PATH), so no password dialog ever appears during a test run.
 
 #include "RunningKestrix.h"
+#include "core/TestSupport.h"
 #include "desktop/SingleInstanceGuard.h"
 
 #include <memory>
@@ -50,31 +51,27 @@ private Q_SLOTS:
     // A newer copy replaces the older one, which ends cleanly on the SIGTERM it is sent; the newer
     // one then ends cleanly, with the engine stopped once, on the other quit signals (SIGHUP: the
     // session's logout).
-    void newestCopyWinsAndEveryQuitSignalEndsIt_data()
-    {
-        QTest::addColumn<int>("signalNumber");
-        QTest::newRow("SIGINT") << SIGINT;
-        QTest::newRow("SIGHUP") << SIGHUP;
-    }
-
     void newestCopyWinsAndEveryQuitSignalEndsIt()
     {
-        QFETCH(int, signalNumber);
-        test::RunningKestrix &older = startKestrix();
-        QVERIFY(!older.output.contains("기존 프로세스"));
-        test::RunningKestrix &newer = startKestrix();
-        test::expectCleanExit(older);
-        QCOMPARE(older.output.count("[Kestrix] 마우스 입력 해제됨"), 1);
+        for (const int signalNumber : { SIGINT, SIGHUP }) {
+            const test::Row row { QString::number(signalNumber) };
+            cleanup();
+            test::RunningKestrix &older = startKestrix();
+            QVERIFY(!older.output.contains("기존 프로세스"));
+            test::RunningKestrix &newer = startKestrix();
+            test::expectCleanExit(older);
+            QCOMPARE(older.output.count("[Kestrix] 마우스 입력 해제됨"), 1);
 
-        const qsizetype asking = newer.output.indexOf("[Kestrix] 기존 프로세스 종료 중...");
-        const qsizetype done = newer.output.indexOf("[Kestrix] 기존 프로세스 종료 완료");
-        const qsizetype starting = newer.output.indexOf("[Kestrix] 시작 중...");
-        QVERIFY(asking >= 0 && asking < done && done < starting);
-        QCOMPARE(newer.output.count("[Kestrix] 시작 중..."), 1);
+            const qsizetype asking = newer.output.indexOf("[Kestrix] 기존 프로세스 종료 중...");
+            const qsizetype done = newer.output.indexOf("[Kestrix] 기존 프로세스 종료 완료");
+            const qsizetype starting = newer.output.indexOf("[Kestrix] 시작 중...");
+            QVERIFY(asking >= 0 && asking < done && done < starting);
+            QCOMPARE(newer.output.count("[Kestrix] 시작 중..."), 1);
 
-        newer.signal(signalNumber);
-        test::expectCleanExit(newer);
-        QCOMPARE(newer.output.count("[Kestrix] 마우스 입력 해제됨"), 1);
+            newer.signal(signalNumber);
+            test::expectCleanExit(newer);
+            QCOMPARE(newer.output.count("[Kestrix] 마우스 입력 해제됨"), 1);
+        }
     }
 
     // Told to quit while it still waits for an older copy to go: once the wait is over it ends,

@@ -60,50 +60,42 @@ private Q_SLOTS:
 
     // What a hand-edited file may hold: the wrong type or a value out of range reads as the
     // default, an absurd speed as the ceiling, and nothing ends the program.
-    void storedValuesReadAsTheyShould_data()
-    {
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QJsonValue>("stored");
-        QTest::addColumn<QString>("field");
-        QTest::addColumn<double>("read");
-        const auto row
-            = [](const char *name, QLatin1StringView key, const QJsonValue &stored, const char *field, double read) {
-                  QTest::newRow(name) << QString(key) << stored << QString::fromLatin1(field) << read;
-              };
-        row("switch as string", SettingsKeys::diagonalScroll, u"true"_s, "diagonal", 0);
-        row("switch as string (on)", SettingsKeys::reverseScroll, u"false"_s, "reverse", 1);
-        row("switch as number", SettingsKeys::enableVerticalScroll, 0.0, "vertical", 1);
-        row("switch as null", SettingsKeys::momentumScroll, QJsonValue::Null, "momentum", 1);
-        row("switch stored", SettingsKeys::reverseScroll, false, "reverse", 0);
-        row("speed zero", SettingsKeys::scrollSpeed, 0.0, "speed", 3.0);
-        row("speed negative", SettingsKeys::scrollSpeed, -2.0, "speed", 3.0);
-        row("speed half", SettingsKeys::scrollSpeed, 0.5, "speed", 0.5);
-        row("speed 500", SettingsKeys::scrollSpeed, 500.0, "speed", 500.0);
-        row("speed 1e12", SettingsKeys::scrollSpeed, 1e12, "speed", 1000.0);
-        row("speed numeric string", SettingsKeys::scrollSpeed, u"2.5"_s, "speed", 2.5);
-        row("speed non-numeric string", SettingsKeys::scrollSpeed, u"fast"_s, "speed", 3.0);
-        row("speed Boolean", SettingsKeys::scrollSpeed, true, "speed", 3.0);
-        row("button middle", SettingsKeys::triggerButton, u"middle"_s, "button", 1);
-        row("button forward", SettingsKeys::triggerButton, u"forward"_s, "button", 3);
-        row("button unknown", SettingsKeys::triggerButton, u"Middle"_s, "button", 0);
-        row("threshold 2", SettingsKeys::dragThreshold, 2.0, "threshold", 2.0);
-        row("threshold 20", SettingsKeys::dragThreshold, 20.0, "threshold", 20.0);
-        row("threshold 1", SettingsKeys::dragThreshold, 1.0, "threshold", 5.0);
-        row("threshold 21", SettingsKeys::dragThreshold, 21.0, "threshold", 5.0);
-        row("glide 0.90", SettingsKeys::momentumGlide, 0.90, "glide", 0.90);
-        row("glide 0.99", SettingsKeys::momentumGlide, 0.99, "glide", 0.99);
-        row("glide 1", SettingsKeys::momentumGlide, 1.0, "glide", 0.97);
-        row("glide 0.5", SettingsKeys::momentumGlide, 0.5, "glide", 0.97);
-    }
-
     void storedValuesReadAsTheyShould()
     {
-        QFETCH(QString, key);
-        QFETCH(QJsonValue, stored);
-        QFETCH(QString, field);
-        QFETCH(double, read);
-        SettingsStore::shared().setValue(QLatin1StringView(key.toLatin1()), stored);
-        QCOMPARE(::field(ScrollConfig::snapshot(), field), read);
+        // Switches stored as strings, numbers, null; speeds out of range, huge, as text, as a Boolean;
+        // button names known and not; thresholds and glides at and past their ends.
+        const struct
+        {
+            QLatin1StringView key;
+            QJsonValue stored;
+            const char *field;
+            double read;
+        } rows[] = { { SettingsKeys::diagonalScroll, u"true"_s, "diagonal", 0 },
+            { SettingsKeys::reverseScroll, u"false"_s, "reverse", 1 },
+            { SettingsKeys::enableVerticalScroll, 0.0, "vertical", 1 },
+            { SettingsKeys::momentumScroll, QJsonValue::Null, "momentum", 1 },
+            { SettingsKeys::reverseScroll, false, "reverse", 0 }, { SettingsKeys::scrollSpeed, 0.0, "speed", 3.0 },
+            { SettingsKeys::scrollSpeed, -2.0, "speed", 3.0 }, { SettingsKeys::scrollSpeed, 0.5, "speed", 0.5 },
+            { SettingsKeys::scrollSpeed, 500.0, "speed", 500.0 }, { SettingsKeys::scrollSpeed, 1e12, "speed", 1000.0 },
+            { SettingsKeys::scrollSpeed, u"2.5"_s, "speed", 2.5 },
+            { SettingsKeys::scrollSpeed, u"fast"_s, "speed", 3.0 }, { SettingsKeys::scrollSpeed, true, "speed", 3.0 },
+            { SettingsKeys::triggerButton, u"middle"_s, "button", 1 },
+            { SettingsKeys::triggerButton, u"forward"_s, "button", 3 },
+            { SettingsKeys::triggerButton, u"Middle"_s, "button", 0 },
+            { SettingsKeys::dragThreshold, 2.0, "threshold", 2.0 },
+            { SettingsKeys::dragThreshold, 20.0, "threshold", 20.0 },
+            { SettingsKeys::dragThreshold, 1.0, "threshold", 5.0 },
+            { SettingsKeys::dragThreshold, 21.0, "threshold", 5.0 },
+            { SettingsKeys::momentumGlide, 0.90, "glide", 0.90 }, { SettingsKeys::momentumGlide, 0.99, "glide", 0.99 },
+            { SettingsKeys::momentumGlide, 1.0, "glide", 0.97 }, { SettingsKeys::momentumGlide, 0.5, "glide", 0.97 } };
+        for (const auto &[key, stored, name, read] : rows) {
+            SettingsStore::shared().clear();
+            SettingsStore::shared().setValue(key, stored);
+            const QString row = key + u' '
+                + QString::fromUtf8(QJsonDocument(QJsonArray { stored }).toJson(QJsonDocument::Compact)) + u' ';
+            QCOMPARE(row + QString::number(field(ScrollConfig::snapshot(), QString::fromLatin1(name)), 'g', 15),
+                row + QString::number(read, 'g', 15));
+        }
     }
 
     // Switching mice off and on keeps what the user typed for the others, and skips what is not
@@ -162,38 +154,35 @@ private Q_SLOTS:
         QVERIFY(changed.count() >= 2);
     }
 
-    void brokenFileIsSetAsideNotLost_data()
-    {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("truncated JSON") << QByteArray("{\"scrollSpeed\": 4, \"reverse");
-        QTest::newRow("not an object") << QByteArray("[true, 1]");
-        QTest::newRow("binary junk") << QByteArray("\x00\xff\xfe garbage", 12);
-    }
-
     void brokenFileIsSetAsideNotLost()
     {
-        QFETCH(QByteArray, contents);
-        QTemporaryDir folder;
-        const QString path = folder.filePath(u"settings.json"_s);
-        writeFile(path, contents);
+        // Truncated JSON, not an object, binary junk.
+        for (const QByteArray &contents : { QByteArray("{\"scrollSpeed\": 4, \"reverse"), QByteArray("[true, 1]"),
+                 QByteArray("\x00\xff\xfe garbage", 12) }) {
+            const Row row { QString::fromLatin1(contents.toHex()) };
+            SettingsStore::shared().clear();
+            QTemporaryDir folder;
+            const QString path = folder.filePath(u"settings.json"_s);
+            writeFile(path, contents);
 
-        LogLines lines;
-        SettingsStore store(path);
+            LogLines lines;
+            SettingsStore store(path);
 
-        QCOMPARE(lines.size(), 1);
-        QVERIFY2(lines[0].startsWith("[Kestrix] Settings file "_L1), qPrintable(lines[0]));
-        QVERIFY(!store.contains(SettingsKeys::scrollSpeed));
-        QCOMPARE(ScrollConfig::scrollSpeed(), 3.0);
+            QCOMPARE(lines.size(), 1);
+            QVERIFY2(lines[0].startsWith("[Kestrix] Settings file "_L1), qPrintable(lines[0]));
+            QVERIFY(!store.contains(SettingsKeys::scrollSpeed));
+            QCOMPARE(ScrollConfig::scrollSpeed(), 3.0);
 
-        const QStringList aside = QDir(folder.path()).entryList({ u"settings.json.broken-*"_s }, QDir::Files);
-        QCOMPARE(aside.size(), 1);
-        QVERIFY2(lines[0].contains(aside[0]), "the log line names where the file went");
-        QCOMPARE(readFile(folder.filePath(aside[0])), contents);
+            const QStringList aside = QDir(folder.path()).entryList({ u"settings.json.broken-*"_s }, QDir::Files);
+            QCOMPARE(aside.size(), 1);
+            QVERIFY2(lines[0].contains(aside[0]), "the log line names where the file went");
+            QCOMPARE(readFile(folder.filePath(aside[0])), contents);
 
-        // The next write makes a fresh file and leaves the set-aside copy alone.
-        store.setValue(SettingsKeys::momentumScroll, false);
-        QCOMPARE(SettingsStore(path).boolValue(SettingsKeys::momentumScroll), std::optional<bool>(false));
-        QCOMPARE(readFile(folder.filePath(aside[0])), contents);
+            // The next write makes a fresh file and leaves the set-aside copy alone.
+            store.setValue(SettingsKeys::momentumScroll, false);
+            QCOMPARE(SettingsStore(path).boolValue(SettingsKeys::momentumScroll), std::optional<bool>(false));
+            QCOMPARE(readFile(folder.filePath(aside[0])), contents);
+        }
     }
 
     void emptyFileIsNoSettingsNotABrokenOne()

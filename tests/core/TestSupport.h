@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStringList>
+#include <QTest>
 
 namespace kestrix::test {
 
@@ -22,6 +23,18 @@ struct LogLines : QStringList
     ~LogLines() { Log::setObserver(nullptr); }
     LogLines(const LogLines &) = delete;
     LogLines &operator=(const LogLines &) = delete;
+};
+
+// Lives for one row of a table looped over in a test function: when a check in the row fails (and
+// returns), names the row.
+struct Row
+{
+    QString name;
+    ~Row()
+    {
+        if (QTest::currentTestFailed())
+            qWarning("in row: %s", qPrintable(name));
+    }
 };
 
 // "<missing>" when it cannot be read.

@@ -9,6 +9,7 @@
 #include <QTest>
 
 #include <memory>
+#include <tuple>
 #include <vector>
 
 using namespace kestrix;
@@ -66,63 +67,41 @@ private Q_SLOTS:
     // prompt (about 4.5 s in), so the checks at 1, 2, 3 and 4 s find nothing and the one at 5 s
     // finds it; or the prompt may say yes at once (access arrived between the two questions), and
     // still only the first tick, a second later, continues.
-    void continuesOnceWhenAccessIsFound_data()
-    {
-        QTest::addColumn<int>("grantAtCheck");
-        QTest::addColumn<bool>("promptSays");
-        QTest::addColumn<QStringList>("log");
-        const QString denied = u"[Kestrix] Input access to the mice and /dev/uinput = 0"_s;
-        const QString granted = u"[Kestrix] 입력 장치 권한 부여됨"_s;
-        QTest::newRow("already granted") << 1 << false << QStringList { u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s };
-        QTest::newRow("granted after 4.5 s")
-            << 6 << false << QStringList { denied, u"[Kestrix] Input access, asked through polkit = 0"_s, granted };
-        QTest::newRow("prompt says yes") << 2 << true
-                                         << QStringList { denied,
-                                                u"[Kestrix] Input access, asked through polkit = 1"_s, granted };
-    }
-
     void continuesOnceWhenAccessIsFound()
     {
-        QFETCH(int, grantAtCheck);
-        QFETCH(bool, promptSays);
-        QFETCH(QStringList, log);
-        const auto system = ensure(grantAtCheck, promptSays);
-        QCOMPARE(system->runs, 0); // deferred: the caller returns first
-        QCOMPARE(system->prompts, grantAtCheck == 1 ? 0 : 1);
+        // Already granted; granted after 4.5 s; the prompt says yes.
+        const QString denied = u"[Kestrix] Input access to the mice and /dev/uinput = 0"_s;
+        const QString granted = u"[Kestrix] 입력 장치 권한 부여됨"_s;
+        const std::tuple<int, bool, QStringList> rows[]
+            = { { 1, false, { u"[Kestrix] Input access to the mice and /dev/uinput = 1"_s } },
+                  { 6, false, { denied, u"[Kestrix] Input access, asked through polkit = 0"_s, granted } },
+                  { 2, true, { denied, u"[Kestrix] Input access, asked through polkit = 1"_s, granted } } };
+        for (const auto &[grantAtCheck, promptSays, log] : rows) {
+            const test::Row row { QString::number(grantAtCheck) };
+            m_log.clear();
+            const auto system = ensure(grantAtCheck, promptSays);
+            QCOMPARE(system->runs, 0); // deferred: the caller returns first
+            QCOMPARE(system->prompts, grantAtCheck == 1 ? 0 : 1);
 
-        QTRY_COMPARE_WITH_TIMEOUT(system->runs, 1, 20000);
-        QCOMPARE(system->checks, grantAtCheck);
-        QCOMPARE(m_log, log);
-        // About a second apart: the event loop's timer may fire up to 5 % early, and a noisy
-        // machine only stretches the gaps.
-        for (std::size_t i = 1; i < system->checkTimes.size(); ++i) {
-            const qint64 gap = system->checkTimes[i] - system->checkTimes[i - 1];
-            QVERIFY2(gap >= 900, qPrintable(u"checks %1 ms apart"_s.arg(gap)));
+            QTRY_COMPARE_WITH_TIMEOUT(system->runs, 1, 20000);
+            QCOMPARE(system->checks, grantAtCheck);
+            QCOMPARE(m_log, log);
+            // About a second apart: the event loop's timer may fire up to 5 % early, and a noisy
+            // machine only stretches the gaps.
+            for (std::size_t i = 1; i < system->checkTimes.size(); ++i) {
+                const qint64 gap = system->checkTimes[i] - system->checkTimes[i - 1];
+                QVERIFY2(gap >= 900, qPrintable(u"checks %1 ms apart"_s.arg(gap)));
+            }
+
+            QTest::qWait(1500); // a poll still running would have ticked by now
+            QCOMPARE(system->checks, grantAtCheck);
+            QCOMPARE(system->runs, 1);
         }
-
-        QTest::qWait(1500); // a poll still running would have ticked by now
-        QCOMPARE(system->checks, grantAtCheck);
-        QCOMPARE(system->runs, 1);
     }
 
     // pkexec is only ever given a file root alone can change, by the canonical path that was checked.
-    void onlyRootsFilesAreRunAsRoot_data()
-    {
-        QTest::addColumn<QString>("path"); // "TMP/..." lies in a fresh folder under /tmp
-        QTest::addColumn<QString>("runs"); // the path run, "" for none
-        const QString shell = QFileInfo(u"/bin/sh"_s).canonicalFilePath();
-        QTest::newRow("a system program") << u"/bin/sh"_s << shell;
-        QTest::newRow("a link in /tmp to it: the target runs") << u"TMP/link-to-sh"_s << shell;
-        QTest::newRow("a script in /tmp") << u"TMP/helper"_s << QString();
-        QTest::newRow("not executable") << u"/etc/passwd"_s << QString();
-        QTest::newRow("relative: found through PATH") << u"sh"_s << QString();
-        QTest::newRow("missing") << u"/usr/libexec/kestrix-no-such-helper"_s << QString();
-    }
-
     void onlyRootsFilesAreRunAsRoot()
     {
-        QFETCH(QString, path);
-        QFETCH(QString, runs);
         QTemporaryDir folder(u"/tmp/kestrix-helper-XXXXXX"_s);
         QVERIFY(QFile::link(u"/bin/sh"_s, folder.filePath(u"link-to-sh"_s)));
         QFile helper(folder.filePath(u"helper"_s));
@@ -130,8 +109,14 @@ private Q_SLOTS:
         helper.close();
         QVERIFY(helper.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
             | QFileDevice::ReadOther | QFileDevice::ExeOther));
-        path.replace(u"TMP"_s, folder.path());
-        QCOMPARE(AccessibilityHelper::rootOnlyExecutable(path), runs);
+        // The path run, "" for none: a system program; a link in /tmp to it (the target runs); a script
+        // in /tmp; not executable; relative, found through PATH; missing.
+        const QString shell = QFileInfo(u"/bin/sh"_s).canonicalFilePath();
+        const std::pair<QString, QString> rows[] = { { u"/bin/sh"_s, shell },
+            { folder.filePath(u"link-to-sh"_s), shell }, { folder.filePath(u"helper"_s), {} }, { u"/etc/passwd"_s, {} },
+            { u"sh"_s, {} }, { u"/usr/libexec/kestrix-no-such-helper"_s, {} } };
+        for (const auto &[path, runs] : rows)
+            QCOMPARE(path + u' ' + AccessibilityHelper::rootOnlyExecutable(path), path + u' ' + runs);
     }
 
     void neverGrantedKeepsCheckingAndNeverContinues()

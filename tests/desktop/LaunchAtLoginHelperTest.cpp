@@ -81,85 +81,68 @@ private Q_SLOTS:
 
     // "Enabled" is the live state of whatever entry is there, also one the desktop's own autostart
     // settings wrote or switched off.
-    void liveStateOfAnExistingEntry_data()
-    {
-        QTest::addColumn<QByteArray>("entry");
-        QTest::addColumn<bool>("enabled");
-        const QByteArray head = "[Desktop Entry]\nType=Application\nName=Kestrix\n";
-        QTest::newRow("installed program") << head + "Exec=/usr/bin/kestrix\n" << true;
-        QTest::newRow("program on the path") << head + "Exec=kestrix\n" << true;
-        QTest::newRow("quoted path with a space") << head + "Exec=\"/opt/my apps/kestrix\"\n" << true;
-        QTest::newRow("hidden") << head + "Exec=/usr/bin/kestrix\nHidden=true\n" << false;
-        QTest::newRow("switched off in GNOME") << head + "Exec=kestrix\nX-GNOME-Autostart-enabled=false\n" << false;
-        QTest::newRow("another program") << head + "Exec=/usr/bin/firefox\n" << false;
-        QTest::newRow("no Exec") << head << false;
-        QTest::newRow("unterminated quote") << head + "Exec=\"/usr/bin/kestrix\n" << false;
-        QTest::newRow("Exec of another group") << head + "[Desktop Action x]\nExec=kestrix\n" << false;
-        QTest::newRow("Hidden of another group") << head + "Exec=kestrix\n[Desktop Action x]\nHidden=true\n" << true;
-    }
-
     void liveStateOfAnExistingEntry()
     {
-        QFETCH(QByteArray, entry);
-        QFETCH(bool, enabled);
-        writeFile(LaunchAtLoginHelper::autostartEntryPath(), entry);
-        QCOMPARE(LaunchAtLoginHelper::isEnabled(), enabled);
+        // The installed program, one on the path, a quoted path with a space; hidden, switched off in
+        // GNOME, another program, no Exec, an unterminated quote, Exec and Hidden of another group.
+        const QByteArray head = "[Desktop Entry]\nType=Application\nName=Kestrix\n";
+        const std::pair<const char *, bool> rows[] = { { "Exec=/usr/bin/kestrix\n", true }, { "Exec=kestrix\n", true },
+            { "Exec=\"/opt/my apps/kestrix\"\n", true }, { "Exec=/usr/bin/kestrix\nHidden=true\n", false },
+            { "Exec=kestrix\nX-GNOME-Autostart-enabled=false\n", false }, { "Exec=/usr/bin/firefox\n", false },
+            { "", false }, { "Exec=\"/usr/bin/kestrix\n", false }, { "[Desktop Action x]\nExec=kestrix\n", false },
+            { "Exec=kestrix\n[Desktop Action x]\nHidden=true\n", true } };
+        for (const auto &[entry, enabled] : rows) {
+            writeFile(LaunchAtLoginHelper::autostartEntryPath(), head + entry);
+            QVERIFY2(LaunchAtLoginHelper::isEnabled() == enabled, entry);
+        }
     }
 
-    // The Exec value must start exactly this program, whatever its path holds.
-    void execLineRoundTrip_data()
-    {
-        QTest::addColumn<QString>("program");
-        QTest::addColumn<QString>("exec");
-        QTest::newRow("plain") << u"/usr/bin/kestrix"_s << u"/usr/bin/kestrix"_s;
-        QTest::newRow("space") << u"/home/a b/kestrix"_s << u"\"/home/a b/kestrix\""_s;
-        QTest::newRow("dollar and quote") << u"/tmp/$x\"y/kestrix"_s << u"\"/tmp/\\$x\\\"y/kestrix\""_s;
-        QTest::newRow("backslash") << u"/tmp/a\\b/kestrix"_s << u"\"/tmp/a\\\\b/kestrix\""_s;
-        QTest::newRow("percent") << u"/tmp/100%/kestrix"_s << u"/tmp/100%%/kestrix"_s;
-    }
-
+    // The Exec value must start exactly this program, whatever its path holds: plain, a space, a
+    // dollar and a quote, a backslash, a percent sign.
     void execLineRoundTrip()
     {
-        QFETCH(QString, program);
-        QFETCH(QString, exec);
-        QCOMPARE(LaunchAtLoginHelper::execLine(program), exec);
-        QCOMPARE(LaunchAtLoginHelper::execProgram(exec), program);
+        const std::pair<QString, QString> rows[] = { { u"/usr/bin/kestrix"_s, u"/usr/bin/kestrix"_s },
+            { u"/home/a b/kestrix"_s, u"\"/home/a b/kestrix\""_s },
+            { u"/tmp/$x\"y/kestrix"_s, u"\"/tmp/\\$x\\\"y/kestrix\""_s },
+            { u"/tmp/a\\b/kestrix"_s, u"\"/tmp/a\\\\b/kestrix\""_s },
+            { u"/tmp/100%/kestrix"_s, u"/tmp/100%%/kestrix"_s } };
+        for (const auto &[program, exec] : rows) {
+            QCOMPARE(LaunchAtLoginHelper::execLine(program), exec);
+            QCOMPARE(LaunchAtLoginHelper::execProgram(exec), program);
+        }
     }
 
     // A failure is logged with the reason, and the key keeps its last value.
-    void failuresLogAndLeaveTheKey_data()
-    {
-        QTest::addColumn<bool>("enable");
-        QTest::addColumn<QString>("obstacle");
-        QTest::newRow("enable, autostart is a file") << true << u"file"_s;
-        QTest::newRow("disable, entry is a folder") << false << u"entry-folder"_s;
-        QTest::newRow("enable, read-only folder") << true << u"read-only"_s;
-        QTest::newRow("disable, read-only folder") << false << u"read-only"_s;
-    }
-
     void failuresLogAndLeaveTheKey()
     {
-        QFETCH(bool, enable);
-        QFETCH(QString, obstacle);
-        if (obstacle == "read-only"_L1 && ::geteuid() == 0)
-            QSKIP("root writes into read-only folders");
+        // Enable with autostart a file; disable with the entry a folder; either in a read-only folder
+        // (not as root, who writes there).
+        const std::pair<bool, QLatin1StringView> rows[] = { { true, "file"_L1 }, { false, "entry-folder"_L1 },
+            { true, "read-only"_L1 }, { false, "read-only"_L1 } };
+        for (const auto &[enable, obstacle] : rows) {
+            const Row row { obstacle + (enable ? " enable"_L1 : " disable"_L1) };
+            init();
+            if (obstacle == "read-only"_L1 && ::geteuid() == 0)
+                continue; // root writes into read-only folders
 
-        SettingsStore::shared().setValue(SettingsKeys::launchAtLogin, !enable);
-        if (obstacle == "file"_L1) {
-            writeFile(autostartFolder(), "not a folder");
-        } else if (obstacle == "entry-folder"_L1) {
-            writeFile(LaunchAtLoginHelper::autostartEntryPath() + "/inside"_L1, "x");
-        } else {
-            if (!enable)
-                writeFile(LaunchAtLoginHelper::autostartEntryPath(), "[Desktop Entry]\nExec=kestrix\n");
-            QDir().mkpath(autostartFolder());
-            QVERIFY(QFile::setPermissions(autostartFolder(), QFile::ReadOwner | QFile::ExeOwner));
+            SettingsStore::shared().setValue(SettingsKeys::launchAtLogin, !enable);
+            if (obstacle == "file"_L1) {
+                writeFile(autostartFolder(), "not a folder");
+            } else if (obstacle == "entry-folder"_L1) {
+                writeFile(LaunchAtLoginHelper::autostartEntryPath() + "/inside"_L1, "x");
+            } else {
+                if (!enable)
+                    writeFile(LaunchAtLoginHelper::autostartEntryPath(), "[Desktop Entry]\nExec=kestrix\n");
+                QDir().mkpath(autostartFolder());
+                QVERIFY(QFile::setPermissions(autostartFolder(), QFile::ReadOwner | QFile::ExeOwner));
+            }
+
+            LaunchAtLoginHelper::setEnabled(enable);
+            QCOMPARE(errorLines().size(), 1);
+            QVERIFY2(
+                errorLines().first().size() > u"[Kestrix] Launch at login error: "_s.size(), "the reason is missing");
+            QCOMPARE(SettingsStore::shared().boolValue(SettingsKeys::launchAtLogin), std::optional<bool>(!enable));
         }
-
-        LaunchAtLoginHelper::setEnabled(enable);
-        QCOMPARE(errorLines().size(), 1);
-        QVERIFY2(errorLines().first().size() > u"[Kestrix] Launch at login error: "_s.size(), "the reason is missing");
-        QCOMPARE(SettingsStore::shared().boolValue(SettingsKeys::launchAtLogin), std::optional<bool>(!enable));
     }
 
     void cleanupTestCase()

@@ -3,6 +3,7 @@
 // identity of their own, so they never touch a Kestrix the developer is running.
 
 #include "desktop/SingleInstanceGuard.h"
+#include "core/TestSupport.h"
 
 #include <QProcess>
 #include <QTest>
@@ -105,52 +106,46 @@ private Q_SLOTS:
     // through their SIGTERM handling; the starting copy never asks itself. A copy started after
     // this one is the newer and stays: asking it would let two copies started together end each
     // other. Another user's Kestrix is none of ours.
-    void olderCopiesQuitAndOthersStay_data()
-    {
-        QTest::addColumn<QStringList>("before");
-        QTest::addColumn<QStringList>("after");
-        QTest::newRow("no other copy") << QStringList {} << QStringList {};
-        QTest::newRow("one copy") << QStringList { u"quit"_s } << QStringList {};
-        QTest::newRow("two copies") << QStringList { u"quit"_s, u"quit"_s } << QStringList {};
-        QTest::newRow("display name only") << QStringList { u"name-only"_s } << QStringList {};
-        QTest::newRow("copy and namesake") << QStringList { u"quit"_s, u"name-only"_s } << QStringList {};
-        QTest::newRow("newer copy") << QStringList {} << QStringList { u"quit"_s };
-        QTest::newRow("another user's copy") << QStringList { u"other-user"_s } << QStringList {};
-    }
-
     void olderCopiesQuitAndOthersStay()
     {
-        QFETCH(QStringList, before);
-        QFETCH(QStringList, after);
-        if (before.contains(u"other-user"_s) && ::getuid() != 0)
-            QSKIP("starting a process as another user needs root");
-        std::vector<QProcess *> leaving;
-        std::vector<QProcess *> staying;
-        std::vector<pid_t> older;
-        for (const QString &mode : before) {
-            QProcess &helper = startHelper(mode);
-            (mode == "other-user"_L1 ? staying : leaving).push_back(&helper);
-            if (mode != "other-user"_L1)
-                older.push_back(pid_t(helper.processId()));
-        }
-        std::sort(older.begin(), older.end());
-        QProcess &starting = startHelper(u"guard"_s);
-        for (const QString &mode : after)
-            staying.push_back(&startHelper(mode));
+        // No other copy; one; two; one of the display name only; a copy and a namesake; a newer copy
+        // (after this one); another user's copy.
+        const std::pair<QStringList, QStringList> rows[]
+            = { { {}, {} }, { { u"quit"_s }, {} }, { { u"quit"_s, u"quit"_s }, {} }, { { u"name-only"_s }, {} },
+                  { { u"quit"_s, u"name-only"_s }, {} }, { {}, { u"quit"_s } }, { { u"other-user"_s }, {} } };
+        for (const auto &[before, after] : rows) {
+            const test::Row row { before.join(u' ') + u'|' + after.join(u' ') };
+            cleanup();
+            if (before.contains(u"other-user"_s) && ::getuid() != 0)
+                QSKIP("starting a process as another user needs root");
+            std::vector<QProcess *> leaving;
+            std::vector<QProcess *> staying;
+            std::vector<pid_t> older;
+            for (const QString &mode : before) {
+                QProcess &helper = startHelper(mode);
+                (mode == "other-user"_L1 ? staying : leaving).push_back(&helper);
+                if (mode != "other-user"_L1)
+                    older.push_back(pid_t(helper.processId()));
+            }
+            std::sort(older.begin(), older.end());
+            QProcess &starting = startHelper(u"guard"_s);
+            for (const QString &mode : after)
+                staying.push_back(&startHelper(mode));
 
-        const GuardRun run = runGuard(starting);
-        QCOMPARE(run.asked, older);
-        QCOMPARE(run.log, older.empty() ? QStringList() : guardLines());
-        // The wait ended because they went, not because it ran out.
-        QCOMPARE(run.remaining, 0);
-        for (QProcess *helper : leaving) {
-            QVERIFY(helper->waitForFinished(10000));
-            QCOMPARE(helper->exitStatus(), QProcess::NormalExit);
-            QCOMPARE(helper->exitCode(), 0);
-            QCOMPARE(helper->readAllStandardOutput().trimmed(), "quit 15");
+            const GuardRun run = runGuard(starting);
+            QCOMPARE(run.asked, older);
+            QCOMPARE(run.log, older.empty() ? QStringList() : guardLines());
+            // The wait ended because they went, not because it ran out.
+            QCOMPARE(run.remaining, 0);
+            for (QProcess *helper : leaving) {
+                QVERIFY(helper->waitForFinished(10000));
+                QCOMPARE(helper->exitStatus(), QProcess::NormalExit);
+                QCOMPARE(helper->exitCode(), 0);
+                QCOMPARE(helper->readAllStandardOutput().trimmed(), "quit 15");
+            }
+            for (QProcess *helper : staying)
+                QCOMPARE(helper->state(), QProcess::Running);
         }
-        for (QProcess *helper : staying)
-            QCOMPARE(helper->state(), QProcess::Running);
     }
 };
 

@@ -19,6 +19,8 @@
 #include <QStringList>
 #include <QTest>
 
+#include <tuple>
+
 using namespace kestrix;
 using namespace kestrix::test;
 using namespace Qt::StringLiterals;
@@ -125,7 +127,22 @@ class GrabScrollManagerTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
+    void init() { reset(); }
+
+    void gestures();
+    void historiesKeepTheLastEightAmounts();
+    void settingsChangeTheVeryNextEvent();
+    void failedScrollKeepsTheGestureUnbegun();
+    void momentumRuns();
+    void momentumStartNeedsOneAxisAtOne();
+    void pressCancelsMomentumSilently();
+    void momentumFollowsTheDragDirection();
+    void startAndStop();
+    void failedInstallLeavesNoHook();
+
+private:
+    // A fresh engine over a fresh platform and an empty store, for each function and for each row.
+    void reset()
     {
         SettingsStore::shared().disconnect(this);
         SettingsStore::shared().clear();
@@ -137,105 +154,73 @@ private Q_SLOTS:
             [this] { engine->setSettings(ScrollConfig::snapshot()); });
     }
 
-    void gestures_data();
-    void gestures();
-    void historiesKeepTheLastEightAmounts();
-    void settingsChangeTheVeryNextEvent();
-    void failedScrollKeepsTheGestureUnbegun();
-    void momentumRuns_data();
-    void momentumRuns();
-    void momentumStartNeedsOneAxisAtOne_data();
-    void momentumStartNeedsOneAxisAtOne();
-    void pressCancelsMomentumSilently();
-    void momentumFollowsTheDragDirection();
-    void startAndStop();
-    void failedInstallLeavesNoHook();
-
-private:
     std::unique_ptr<RecordingPlatform> platform;
     std::unique_ptr<GrabScrollManager> engine;
 };
 
-// One row of a table of four text columns.
-static void row(const char *name, const char *a, const char *b, const char *c, const char *d)
-{
-    QTest::newRow(name) << QString::fromUtf8(a) << QString::fromUtf8(b) << QString::fromUtf8(c) << QString::fromUtf8(d);
-}
-
-void GrabScrollManagerTest::gestures_data()
-{
-    QTest::addColumn<QString>("settings");
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<QString>("verdicts");
-    QTest::addColumn<QString>("posted");
-
-    // The state table: without a press everything passes; a short click is replayed once, marked, at
-    // the press position, and the engine is idle again after it.
-    row("short click replayed once", "", "drag 3 4 | up | down 10 20 | drag 1 1 | drag -1 2 | up | drag 3 4 | up",
-        "pass pass drop drop drop drop pass pass", "click 10 20");
-
-    // The threshold: 5.0 points of path, summed as lengths. Both axes scroll until one sums 10
-    // points; the lock stays at twice the threshold.
-    row("exactly 5.0 points start scrolling", "", "down | drag 3 4", "drop pass", "scroll pixel 12 9 phases 1 0 1");
-    row("4.99 points do not", "", "down | drag 4.99 0 | up", "drop drop drop", "click 0 0");
-    row("path length, not displacement", "", "down | drag 0 3 | drag 0 -3", "drop drop pass",
-        "scroll pixel -9 0 phases 1 0 1");
-    row("the crossing event scrolls by its own delta only", "", "down | drag 0 4 | drag 0 2 | drag 0 1",
-        "drop drop pass pass", "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1");
-    row("threshold 2: 2 points scroll, the lock comes at 4", "dragThreshold=2", "down | drag 2 0 | drag 1 3 | drag 0 1",
-        "drop pass pass pass",
-        "scroll pixel 0 6 phases 1 0 1 | scroll pixel 9 3 phases 2 0 1 | scroll pixel 3 0 phases 2 0 1");
-    row("threshold 20: 19.9 points still click", "dragThreshold=20", "down 3 3 | drag 0 19.9 | up", "drop drop drop",
-        "click 3 3");
-
-    // Release of a scroll; units.
-    row("release with momentum on posts the gesture end", "scrollSpeed=1", "down | drag 0 5 | drag 0 0.5 | up",
-        "drop pass pass drop", "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1");
-    row("release with momentum off posts nothing", "momentumScroll=false", "down | drag 0 5 | up", "drop pass drop",
-        "scroll pixel 15 0");
-    row("line units without momentum", "momentumScroll=false usePixelScrolling=false", "down | drag 0 5 | up",
-        "drop pass drop", "scroll line 15 0");
-    row("phased events are pixels even when lines are chosen", "usePixelScrolling=false", "down | drag 0 5",
-        "drop pass", "scroll pixel 15 0 phases 1 0 1");
-
-    // Axis lock, direction, speed, truncation.
-    row("a tie locks vertical, the deciding step already filtered", "", "down | drag 10 10", "drop pass",
-        "scroll pixel 30 0 phases 1 0 1");
-    row("the longer axis wins the lock", "", "down | drag 10.5 2 | drag 4 4", "drop pass pass",
-        "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1");
-    row("the lock holds for the rest of the gesture", "", "down | drag 0 11 | drag 20 0 | drag 1 1",
-        "drop pass pass pass", "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1");
-    row("diagonal scrolling takes no lock", "diagonalScroll=true", "down | drag 0 11 | drag 20 1", "drop pass pass",
-        "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1");
-    row("amounts truncate toward zero", "", "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5", "drop pass pass pass",
-        "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1");
-    row("reverse off scrolls against the hand", "reverseScroll=false", "down | drag 5 0 | drag 0 1.5", "drop pass pass",
-        "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1");
-    row("amounts below one are not posted", "scrollSpeed=0.2", "down | drag 0 5 | drag 0 1 | drag 0 1",
-        "drop pass pass pass", "scroll pixel 1 0 phases 1 0 1");
-    row("both axes off post nothing, start no momentum", "enableVerticalScroll=false enableHorizontalScroll=false",
-        "down | drag 3 4 | drag 0 20 | up", "drop pass pass drop", "scroll pixel 0 0 phases 8 0 1");
-
-    // Pass-through.
-    row("marked events pass in every state", "",
-        "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up", "pass pass drop pass pass drop",
-        "click 4 4");
-    row("a press mid-gesture starts over", "", "down | drag 0 5 | down 2 2 | drag 1 0 | up", "drop pass drop drop drop",
-        "scroll pixel 15 0 phases 1 0 1 | click 2 2");
-}
-
 void GrabScrollManagerTest::gestures()
 {
-    QFETCH(QString, settings);
-    QFETCH(QString, script);
-    QFETCH(QString, verdicts);
-    QFETCH(QString, posted);
-
-    applySettings(settings);
-    const Run run = runScript(*engine, *platform, script);
-    QCOMPARE(run.verdicts, verdicts);
-    QCOMPARE(run.posted, posted);
-    QCOMPARE(engine->isEnabled(), true);
+    // Each row: its name, the settings, the script, the verdicts and what was posted.
+    const char *const rows[][5] = {
+        // The state table: without a press everything passes; a short click is replayed once, marked, at
+        // the press position, and the engine is idle again after it.
+        { "short click replayed once", "", "drag 3 4 | up | down 10 20 | drag 1 1 | drag -1 2 | up | drag 3 4 | up",
+            "pass pass drop drop drop drop pass pass", "click 10 20" },
+        // The threshold: 5.0 points of path, summed as lengths. Both axes scroll until one sums 10
+        // points; the lock stays at twice the threshold.
+        { "exactly 5.0 points start scrolling", "", "down | drag 3 4", "drop pass", "scroll pixel 12 9 phases 1 0 1" },
+        { "4.99 points do not", "", "down | drag 4.99 0 | up", "drop drop drop", "click 0 0" },
+        { "path length, not displacement", "", "down | drag 0 3 | drag 0 -3", "drop drop pass",
+            "scroll pixel -9 0 phases 1 0 1" },
+        { "the crossing event scrolls by its own delta only", "", "down | drag 0 4 | drag 0 2 | drag 0 1",
+            "drop drop pass pass", "scroll pixel 6 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1" },
+        { "threshold 2: 2 points scroll, the lock comes at 4", "dragThreshold=2",
+            "down | drag 2 0 | drag 1 3 | drag 0 1", "drop pass pass pass",
+            "scroll pixel 0 6 phases 1 0 1 | scroll pixel 9 3 phases 2 0 1 | scroll pixel 3 0 phases 2 0 1" },
+        { "threshold 20: 19.9 points still click", "dragThreshold=20", "down 3 3 | drag 0 19.9 | up", "drop drop drop",
+            "click 3 3" },
+        // Release of a scroll; units.
+        { "release with momentum on posts the gesture end", "scrollSpeed=1", "down | drag 0 5 | drag 0 0.5 | up",
+            "drop pass pass drop", "scroll pixel 5 0 phases 1 0 1 | scroll pixel 0 0 phases 8 0 1" },
+        { "release with momentum off posts nothing", "momentumScroll=false", "down | drag 0 5 | up", "drop pass drop",
+            "scroll pixel 15 0" },
+        { "line units without momentum", "momentumScroll=false usePixelScrolling=false", "down | drag 0 5 | up",
+            "drop pass drop", "scroll line 15 0" },
+        { "phased events are pixels even when lines are chosen", "usePixelScrolling=false", "down | drag 0 5",
+            "drop pass", "scroll pixel 15 0 phases 1 0 1" },
+        // Axis lock, direction, speed, truncation.
+        { "a tie locks vertical, the deciding step already filtered", "", "down | drag 10 10", "drop pass",
+            "scroll pixel 30 0 phases 1 0 1" },
+        { "the longer axis wins the lock", "", "down | drag 10.5 2 | drag 4 4", "drop pass pass",
+            "scroll pixel 0 31 phases 1 0 1 | scroll pixel 0 12 phases 2 0 1" },
+        { "the lock holds for the rest of the gesture", "", "down | drag 0 11 | drag 20 0 | drag 1 1",
+            "drop pass pass pass", "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 0 phases 2 0 1" },
+        { "diagonal scrolling takes no lock", "diagonalScroll=true", "down | drag 0 11 | drag 20 1", "drop pass pass",
+            "scroll pixel 33 0 phases 1 0 1 | scroll pixel 3 60 phases 2 0 1" },
+        { "amounts truncate toward zero", "", "down | drag 5 0 | drag 0 1.5 | drag 0 -1.5", "drop pass pass pass",
+            "scroll pixel 0 15 phases 1 0 1 | scroll pixel 4 0 phases 2 0 1 | scroll pixel -4 0 phases 2 0 1" },
+        { "reverse off scrolls against the hand", "reverseScroll=false", "down | drag 5 0 | drag 0 1.5",
+            "drop pass pass", "scroll pixel 0 -15 phases 1 0 1 | scroll pixel -4 0 phases 2 0 1" },
+        { "amounts below one are not posted", "scrollSpeed=0.2", "down | drag 0 5 | drag 0 1 | drag 0 1",
+            "drop pass pass pass", "scroll pixel 1 0 phases 1 0 1" },
+        { "both axes off post nothing, start no momentum", "enableVerticalScroll=false enableHorizontalScroll=false",
+            "down | drag 3 4 | drag 0 20 | up", "drop pass pass drop", "scroll pixel 0 0 phases 8 0 1" },
+        // Pass-through.
+        { "marked events pass in every state", "",
+            "marked down | marked up | down 4 4 | marked drag 9 9 | marked up | up", "pass pass drop pass pass drop",
+            "click 4 4" },
+        { "a press mid-gesture starts over", "", "down | drag 0 5 | down 2 2 | drag 1 0 | up",
+            "drop pass drop drop drop", "scroll pixel 15 0 phases 1 0 1 | click 2 2" }
+    };
+    for (const auto &[name, settings, script, verdicts, posted] : rows) {
+        const Row row { QString::fromUtf8(name) };
+        reset();
+        applySettings(QString::fromUtf8(settings));
+        const Run run = runScript(*engine, *platform, QString::fromUtf8(script));
+        QCOMPARE(run.verdicts, QString::fromUtf8(verdicts));
+        QCOMPARE(run.posted, QString::fromUtf8(posted));
+        QCOMPARE(engine->isEnabled(), true);
+    }
 }
 
 void GrabScrollManagerTest::historiesKeepTheLastEightAmounts()
@@ -272,84 +257,62 @@ void GrabScrollManagerTest::failedScrollKeepsTheGestureUnbegun()
     QCOMPARE(describeAll(platform->posted), u"scroll pixel 6 0 phases 1 0 1"_s);
 }
 
-void GrabScrollManagerTest::momentumRuns_data()
-{
-    QTest::addColumn<QString>("glide");
-    QTest::addColumn<QString>("gesture");
-    QTest::addColumn<int>("steps");
-    QTest::addColumn<int>("sum");
-
-    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded. The
-    // glide at its ends: about 0.1 s and 1.5 s of momentum from 10 pixels a step.
-    QTest::newRow("1.0") << u"0.97"_s << u"down | drag 0 4 | drag 0 1 | up"_s << 39 << 0;
-    QTest::newRow("5.0") << u"0.97"_s << u"down | drag 0 5 | up"_s << 92 << 105;
-    QTest::newRow("10.0") << u"0.97"_s << u"down | drag 0 10 | up"_s << 115 << 255;
-    QTest::newRow("30.0") << u"0.97"_s << u"down | drag 0 30 | up"_s << 151 << 883;
-    QTest::newRow("10.0, glide 0.90") << u"0.90"_s << u"down | drag 0 10 | up"_s << 33 << 71;
-    QTest::newRow("10.0, glide 0.99") << u"0.99"_s << u"down | drag 0 10 | up"_s << 348 << 784;
-}
-
 void GrabScrollManagerTest::momentumRuns()
 {
-    QFETCH(QString, glide);
-    QFETCH(QString, gesture);
-    QFETCH(int, steps);
-    QFETCH(int, sum);
+    // One axis, speed 1: the drag step that crosses the threshold is the only amount recorded. The
+    // glide at its ends: about 0.1 s and 1.5 s of momentum from 10 pixels a step.
+    const std::tuple<const char *, const char *, int, int> rows[] = { { "0.97", "drag 0 4 | drag 0 1", 39, 0 },
+        { "0.97", "drag 0 5", 92, 105 }, { "0.97", "drag 0 10", 115, 255 }, { "0.97", "drag 0 30", 151, 883 },
+        { "0.90", "drag 0 10", 33, 71 }, { "0.99", "drag 0 10", 348, 784 } };
+    for (const auto &[glide, drags, steps, sum] : rows) {
+        const Row row { QLatin1StringView(glide) + u' ' + QLatin1StringView(drags) };
+        reset();
+        applySettings(u"scrollSpeed=1 momentumGlide="_s + QLatin1StringView(glide));
+        runScript(*engine, *platform, "down | "_L1 + QLatin1StringView(drags) + " | up"_L1);
+        QVERIFY(platform->timerRunning);
+        QCOMPARE(platform->timerPeriod, std::chrono::milliseconds(16));
 
-    applySettings(u"scrollSpeed=1 momentumGlide="_s + glide);
-    runScript(*engine, *platform, gesture);
-    QVERIFY(platform->timerRunning);
-    QCOMPARE(platform->timerPeriod, std::chrono::milliseconds(16));
+        const std::size_t before = platform->scrolls().size();
+        int ticks = 0;
+        while (platform->timerRunning && ticks < 1000) {
+            engine->momentumTick(*platform);
+            ++ticks;
+        }
+        const std::vector<ScrollEvent> all = platform->scrolls();
+        const std::vector<ScrollEvent> momentum(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
 
-    const std::size_t before = platform->scrolls().size();
-    int ticks = 0;
-    while (platform->timerRunning && ticks < 1000) {
-        engine->momentumTick(*platform);
-        ++ticks;
+        QCOMPARE(ticks, steps + 1);
+        QCOMPARE(static_cast<int>(momentum.size()), steps + 1);
+        int total = 0;
+        for (int i = 0; i < steps; ++i) {
+            const ScrollEvent &event = momentum[static_cast<std::size_t>(i)];
+            QCOMPARE(event.horizontal, 0);
+            QVERIFY(event.phases);
+            QCOMPARE(event.phases->scrollPhase, 0);
+            QCOMPARE(event.phases->momentumPhase, i == 0 ? 1 : 2);
+            QCOMPARE(event.phases->isContinuous, 1);
+            total += event.vertical;
+        }
+        QCOMPARE(total, sum);
+        QCOMPARE(describe(momentum.back()), u"scroll pixel 0 0 phases 0 8 1"_s);
+        QVERIFY(!engine->isMomentumRunning());
     }
-    const std::vector<ScrollEvent> all = platform->scrolls();
-    const std::vector<ScrollEvent> momentum(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
-
-    QCOMPARE(ticks, steps + 1);
-    QCOMPARE(static_cast<int>(momentum.size()), steps + 1);
-    int total = 0;
-    for (int i = 0; i < steps; ++i) {
-        const ScrollEvent &event = momentum[static_cast<std::size_t>(i)];
-        QCOMPARE(event.horizontal, 0);
-        QVERIFY(event.phases);
-        QCOMPARE(event.phases->scrollPhase, 0);
-        QCOMPARE(event.phases->momentumPhase, i == 0 ? 1 : 2);
-        QCOMPARE(event.phases->isContinuous, 1);
-        total += event.vertical;
-    }
-    QCOMPARE(total, sum);
-    QCOMPARE(describe(momentum.back()), u"scroll pixel 0 0 phases 0 8 1"_s);
-    QVERIFY(!engine->isMomentumRunning());
-}
-
-void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne_data()
-{
-    QTest::addColumn<QString>("gesture");
-    QTest::addColumn<bool>("starts");
-
-    // Speed 0.11 with 9-point steps: amounts of 0.99 per axis.
-    QTest::newRow("(0.99, -0.99) starts nothing")
-        << "diagonalScroll=true scrollSpeed=0.11 | down | drag 9 -9 | up" << false;
-    QTest::newRow("(0, 1.0) starts") << "scrollSpeed=0.2 | down | drag 0 5 | up" << true;
-    QTest::newRow("(-1.0, 0) starts") << "scrollSpeed=0.2 | down | drag -5 0 | up" << true;
-    QTest::newRow("averages over fewer than 8 steps")
-        << "scrollSpeed=1 | down | drag 0 5 | drag 0 -4 | up" << false; // (5 - 4) / 2 = 0.5
 }
 
 void GrabScrollManagerTest::momentumStartNeedsOneAxisAtOne()
 {
-    QFETCH(QString, gesture);
-    QFETCH(bool, starts);
-
-    const qsizetype settingsEnd = gesture.indexOf(u'|');
-    applySettings(gesture.left(settingsEnd));
-    runScript(*engine, *platform, gesture.mid(settingsEnd + 1));
-    QCOMPARE(platform->timerRunning, starts);
+    // Speed 0.11 with 9-point steps: amounts of 0.99 per axis. The last averages over fewer than 8
+    // steps: (5 - 4) / 2 = 0.5.
+    const std::pair<const char *, bool> rows[]
+        = { { "diagonalScroll=true scrollSpeed=0.11 | drag 9 -9", false }, { "scrollSpeed=0.2 | drag 0 5", true },
+              { "scrollSpeed=0.2 | drag -5 0", true }, { "scrollSpeed=1 | drag 0 5 | drag 0 -4", false } };
+    for (const auto &[gesture, starts] : rows) {
+        reset();
+        const QStringList parts = QString::fromLatin1(gesture).split(u'|');
+        applySettings(parts.first());
+        runScript(*engine, *platform, u"down|"_s + parts.mid(1).join(u'|') + u"| up"_s);
+        QVERIFY2(platform->timerRunning == starts, gesture);
+    }
 }
 
 void GrabScrollManagerTest::pressCancelsMomentumSilently()

@@ -5,8 +5,11 @@
 #include "l10n/Catalogue.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "core/TestSupport.h"
 #include "l10n/L10n.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonValue>
 #include <QSignalSpy>
 #include <QTest>
@@ -39,54 +42,27 @@ struct Accessor
     Key key;
     QString (*text)();
 };
-const Accessor accessors[] = {
-    { Key::Enabled, &L10n::enabled },
-    { Key::Preferences, &L10n::preferences },
-    { Key::CheckForUpdates, &L10n::checkForUpdates },
-    { Key::Quit, &L10n::quit },
-    { Key::Subtitle, &L10n::subtitle },
-    { Key::ScrollDirection, &L10n::scrollDirection },
-    { Key::VerticalScroll, &L10n::verticalScroll },
-    { Key::MomentumScroll, &L10n::momentumScroll },
-    { Key::DiagonalScroll, &L10n::diagonalScroll },
-    { Key::HorizontalScroll, &L10n::horizontalScroll },
-    { Key::Behavior, &L10n::behavior },
-    { Key::ReverseScroll, &L10n::reverseScroll },
-    { Key::SmoothScroll, &L10n::smoothScroll },
-    { Key::ScrollSpeed, &L10n::scrollSpeed },
-    { Key::LanguageLabel, &L10n::languageLabel },
-    { Key::LaunchAtLogin, &L10n::launchAtLogin },
-    { Key::UpdateAvailable, &L10n::updateAvailable },
-    { Key::NoUpdateTitle, &L10n::noUpdateTitle },
-    { Key::NoUpdateMessage, &L10n::noUpdateMessage },
-    { Key::Download, &L10n::download },
-    { Key::Later, &L10n::later },
-    { Key::WaitingForAccess, &L10n::waitingForAccess },
-    { Key::AccessNeededTitle, &L10n::accessNeededTitle },
-    { Key::AccessNeededMessage, &L10n::accessNeededMessage },
-    { Key::NoMouseConnected, &L10n::noMouseConnected },
-    { Key::Advanced, &L10n::advanced },
-    { Key::Back, &L10n::back },
-    { Key::ScrollButton, &L10n::scrollButton },
-    { Key::SecondaryButton, &L10n::secondaryButton },
-    { Key::MiddleButton, &L10n::middleButton },
-    { Key::BackButton, &L10n::backButton },
-    { Key::ForwardButton, &L10n::forwardButton },
-    { Key::DragThreshold, &L10n::dragThreshold },
-    { Key::Glide, &L10n::glide },
-    { Key::GlideShort, &L10n::glideShort },
-    { Key::GlideLong, &L10n::glideLong },
-    { Key::DefaultMark, &L10n::defaultMark },
-    { Key::Mice, &L10n::mice },
-    { Key::NotConnected, &L10n::notConnected },
-    { Key::ExcludedApps, &L10n::excludedApps },
-    { Key::AddAppUnderPointer, &L10n::addAppUnderPointer },
-    { Key::Remove, &L10n::remove },
-    { Key::AppSourceMissing, &L10n::appSourceMissing },
-    { Key::AppSourceHint, &L10n::appSourceHint },
-    { Key::EnableGnomeExtension, &L10n::enableGnomeExtension },
-    { Key::NoAppUnderPointer, &L10n::noAppUnderPointer },
-};
+const Accessor accessors[] = { { Key::Enabled, &L10n::enabled }, { Key::Preferences, &L10n::preferences },
+    { Key::CheckForUpdates, &L10n::checkForUpdates }, { Key::Quit, &L10n::quit }, { Key::Subtitle, &L10n::subtitle },
+    { Key::ScrollDirection, &L10n::scrollDirection }, { Key::VerticalScroll, &L10n::verticalScroll },
+    { Key::MomentumScroll, &L10n::momentumScroll }, { Key::DiagonalScroll, &L10n::diagonalScroll },
+    { Key::HorizontalScroll, &L10n::horizontalScroll }, { Key::Behavior, &L10n::behavior },
+    { Key::ReverseScroll, &L10n::reverseScroll }, { Key::SmoothScroll, &L10n::smoothScroll },
+    { Key::ScrollSpeed, &L10n::scrollSpeed }, { Key::LanguageLabel, &L10n::languageLabel },
+    { Key::LaunchAtLogin, &L10n::launchAtLogin }, { Key::UpdateAvailable, &L10n::updateAvailable },
+    { Key::NoUpdateTitle, &L10n::noUpdateTitle }, { Key::NoUpdateMessage, &L10n::noUpdateMessage },
+    { Key::Download, &L10n::download }, { Key::Later, &L10n::later },
+    { Key::WaitingForAccess, &L10n::waitingForAccess }, { Key::AccessNeededTitle, &L10n::accessNeededTitle },
+    { Key::AccessNeededMessage, &L10n::accessNeededMessage }, { Key::NoMouseConnected, &L10n::noMouseConnected },
+    { Key::Advanced, &L10n::advanced }, { Key::Back, &L10n::back }, { Key::ScrollButton, &L10n::scrollButton },
+    { Key::SecondaryButton, &L10n::secondaryButton }, { Key::MiddleButton, &L10n::middleButton },
+    { Key::BackButton, &L10n::backButton }, { Key::ForwardButton, &L10n::forwardButton },
+    { Key::DragThreshold, &L10n::dragThreshold }, { Key::Glide, &L10n::glide }, { Key::GlideShort, &L10n::glideShort },
+    { Key::GlideLong, &L10n::glideLong }, { Key::DefaultMark, &L10n::defaultMark }, { Key::Mice, &L10n::mice },
+    { Key::NotConnected, &L10n::notConnected }, { Key::ExcludedApps, &L10n::excludedApps },
+    { Key::AddAppUnderPointer, &L10n::addAppUnderPointer }, { Key::Remove, &L10n::remove },
+    { Key::AppSourceMissing, &L10n::appSourceMissing }, { Key::AppSourceHint, &L10n::appSourceHint },
+    { Key::EnableGnomeExtension, &L10n::enableGnomeExtension }, { Key::NoAppUnderPointer, &L10n::noAppUnderPointer } };
 
 // The texts that take a value, each accessor called with one, and what must stand in place of the
 // "%@". Text values carry "%" and "%@" of their own, which must come out unchanged.
@@ -280,37 +256,30 @@ private Q_SLOTS:
     // The stored code, read at every call, whatever the system's locale: each exact code shows its
     // language through every accessor; anything else, or nothing, shows English. Nothing is written
     // back.
-    void storedLanguage_data()
-    {
-        QTest::addColumn<QJsonValue>("stored");
-        QTest::addColumn<Language>("shown");
-        for (const Language language : Languages::allCases)
-            QTest::newRow(Languages::rawValue(language).data())
-                << QJsonValue(Languages::rawValue(language)) << language;
-        const auto english
-            = [](const char *name, const QJsonValue &stored) { QTest::newRow(name) << stored << Language::English; };
-        english("nothing stored", QJsonValue(QJsonValue::Undefined));
-        for (const char *code : { "EN", "Ko", "en-US", "pt_BR", "zh-Hans", "", " de", "xx", "nb", "eng", "English" })
-            english(code, QJsonValue(QString::fromLatin1(code)));
-        english("number", QJsonValue(7));
-        english("Boolean", QJsonValue(true));
-        english("null", QJsonValue(QJsonValue::Null));
-    }
-
     void storedLanguage()
     {
-        QFETCH(QJsonValue, stored);
-        QFETCH(Language, shown);
-        QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-        qputenv("LANG", "de_DE.UTF-8");
-        if (!stored.isUndefined())
-            SettingsStore::shared().setValue(SettingsKeys::language, stored);
-        QSignalSpy writes(&SettingsStore::shared(), &SettingsStore::changed);
-        QCOMPARE(Languages::current(), shown);
-        QCOMPARE(wrongAccessors(shown), QStringList());
-        QCOMPARE(writes.count(), 0);
-        QCOMPARE(SettingsStore::shared().value(SettingsKeys::language), stored);
-        QLocale::setDefault(QLocale::c());
+        std::vector<std::pair<QJsonValue, Language>> rows { { QJsonValue::Undefined, Language::English } };
+        for (const Language language : Languages::allCases)
+            rows.emplace_back(QString(Languages::rawValue(language)), language);
+        for (const char *code : { "EN", "Ko", "en-US", "pt_BR", "zh-Hans", "", " de", "xx", "nb", "eng", "English" })
+            rows.emplace_back(QString::fromLatin1(code), Language::English);
+        for (const QJsonValue &other : { QJsonValue(7), QJsonValue(true), QJsonValue(QJsonValue::Null) })
+            rows.emplace_back(other, Language::English);
+        for (const auto &[stored, shown] : rows) {
+            const test::Row row { QString::fromUtf8(
+                QJsonDocument(QJsonArray { stored }).toJson(QJsonDocument::Compact)) };
+            SettingsStore::shared().clear();
+            QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+            qputenv("LANG", "de_DE.UTF-8");
+            if (!stored.isUndefined())
+                SettingsStore::shared().setValue(SettingsKeys::language, stored);
+            QSignalSpy writes(&SettingsStore::shared(), &SettingsStore::changed);
+            QCOMPARE(Languages::current(), shown);
+            QCOMPARE(wrongAccessors(shown), QStringList());
+            QCOMPARE(writes.count(), 0);
+            QCOMPARE(SettingsStore::shared().value(SettingsKeys::language), stored);
+            QLocale::setDefault(QLocale::c());
+        }
     }
 };
 

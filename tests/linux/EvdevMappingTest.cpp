@@ -11,12 +11,11 @@
 #include <libevdev/libevdev.h>
 
 #include <map>
+#include <tuple>
 
 using namespace kestrix;
 using namespace Qt::StringLiterals;
 using DeviceVerdict = PointerDeviceFilter::Verdict;
-
-Q_DECLARE_METATYPE(PointerDeviceFilter::Verdict)
 
 namespace {
 
@@ -38,80 +37,51 @@ class EvdevMappingTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void capabilities_data()
-    {
-        QTest::addColumn<QList<int>>("keys");
-        QTest::addColumn<bool>("absolute");
-        QTest::addColumn<QByteArray>("phys");
-        QTest::addColumn<DeviceVerdict>("verdict");
-
-        const QList<int> mouseButtons { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE };
-        QTest::newRow("mouse") << mouseButtons << false << QByteArray("usb-0000:00:14.0-1/input0")
-                               << DeviceVerdict::Pointer;
-        QTest::newRow("no right button") << QList<int> { BTN_LEFT } << false << QByteArray() << DeviceVerdict::Other;
-        QTest::newRow("touchpad") << mouseButtons << true << QByteArray() << DeviceVerdict::Other;
-        QTest::newRow("keys and motion on one node") << (mouseButtons + QList<int> { KEY_A, KEY_Q, KEY_Z }) << false
-                                                     << QByteArray() << DeviceVerdict::PointerKeyboard;
-        // Any key makes udev's ID_INPUT_KEY, which keeps the udev rule from opening the node: judged alike.
-        QTest::newRow("media keys on a mouse") << (mouseButtons + QList<int> { KEY_VOLUMEUP, KEY_VOLUMEDOWN }) << false
-                                               << QByteArray() << DeviceVerdict::PointerKeyboard;
-        QTest::newRow("side and extra buttons are no keys")
-            << (mouseButtons + QList<int> { BTN_SIDE, BTN_EXTRA }) << false << QByteArray() << DeviceVerdict::Pointer;
-        QTest::newRow("our twin") << mouseButtons << false << QByteArray("kestrix-4B657374726978/usb-1/input0")
-                                  << DeviceVerdict::KestrixTwin;
-        QTest::newRow("a twin without a source phys")
-            << mouseButtons << false << QByteArray(PointerDeviceFilter::twinPhys(nullptr).c_str())
-            << DeviceVerdict::KestrixTwin;
-    }
     void capabilities()
     {
-        QFETCH(QList<int>, keys);
-        QFETCH(bool, absolute);
-        QFETCH(QByteArray, phys);
-        QFETCH(DeviceVerdict, verdict);
-
-        libevdev *device = libevdev_new();
-        for (const int code : { REL_X, REL_Y, REL_WHEEL })
-            libevdev_enable_event_code(device, EV_REL, static_cast<unsigned int>(code), nullptr);
-        for (const int key : keys)
-            libevdev_enable_event_code(device, EV_KEY, static_cast<unsigned int>(key), nullptr);
-        if (absolute) {
-            const input_absinfo axis { 0, 0, 1000, 0, 0, 10 };
-            libevdev_enable_event_code(device, EV_ABS, ABS_X, &axis);
-            libevdev_enable_event_code(device, EV_ABS, ABS_Y, &axis);
+        // A mouse; no right button; a touchpad; keys and motion on one node; media keys on a mouse (any
+        // key makes udev's ID_INPUT_KEY, which keeps the udev rule from opening the node: judged alike);
+        // side and extra buttons are no keys; our twin, with and without a source phys.
+        const QList<int> mouse { BTN_LEFT, BTN_RIGHT, BTN_MIDDLE };
+        const std::tuple<QList<int>, bool, QByteArray, DeviceVerdict> rows[]
+            = { { mouse, false, "usb-0000:00:14.0-1/input0", DeviceVerdict::Pointer },
+                  { { BTN_LEFT }, false, {}, DeviceVerdict::Other }, { mouse, true, {}, DeviceVerdict::Other },
+                  { mouse + QList<int> { KEY_A, KEY_Q, KEY_Z }, false, {}, DeviceVerdict::PointerKeyboard },
+                  { mouse + QList<int> { KEY_VOLUMEUP, KEY_VOLUMEDOWN }, false, {}, DeviceVerdict::PointerKeyboard },
+                  { mouse + QList<int> { BTN_SIDE, BTN_EXTRA }, false, {}, DeviceVerdict::Pointer },
+                  { mouse, false, "kestrix-4B657374726978/usb-1/input0", DeviceVerdict::KestrixTwin },
+                  { mouse, false, PointerDeviceFilter::twinPhys(nullptr).c_str(), DeviceVerdict::KestrixTwin } };
+        for (const auto &row : rows) {
+            const auto &[keys, absolute, phys, verdict] = row;
+            libevdev *device = libevdev_new();
+            for (const int code : { REL_X, REL_Y, REL_WHEEL })
+                libevdev_enable_event_code(device, EV_REL, static_cast<unsigned int>(code), nullptr);
+            for (const int key : keys)
+                libevdev_enable_event_code(device, EV_KEY, static_cast<unsigned int>(key), nullptr);
+            if (absolute) {
+                const input_absinfo axis { 0, 0, 1000, 0, 0, 10 };
+                libevdev_enable_event_code(device, EV_ABS, ABS_X, &axis);
+                libevdev_enable_event_code(device, EV_ABS, ABS_Y, &axis);
+            }
+            if (!phys.isEmpty())
+                libevdev_set_phys(device, phys.constData());
+            const DeviceVerdict actual = PointerDeviceFilter::classify(device);
+            libevdev_free(device);
+            QVERIFY2(actual == verdict, qPrintable(u"row %1"_s.arg(&row - rows)));
         }
-        if (!phys.isEmpty())
-            libevdev_set_phys(device, phys.constData());
-        const DeviceVerdict actual = PointerDeviceFilter::classify(device);
-        libevdev_free(device);
-        QCOMPARE(actual, verdict);
     }
 
     // The kernel test reads "400@125", "800@1000 *16000@1000" and "fast" through udev.
-    void mouseDpi_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("dpi"); // 0: rejected
-
-        QTest::newRow("plain") << u"800"_s << 800;
-        QTest::newRow("starred default") << u"400@125 *800@125 1600@125"_s << 800;
-        QTest::newRow("starred without rates") << u"*500 1000 1500"_s << 500;
-        QTest::newRow("no star takes the first") << u"400 800"_s << 400;
-        QTest::newRow("extra blanks") << u"  1600@500  "_s << 1600;
-        QTest::newRow("zero") << u"0"_s << 0;
-        QTest::newRow("negative") << u"-800"_s << 0;
-        QTest::newRow("absurd") << u"5000000"_s << 0;
-        QTest::newRow("empty") << u""_s << 0;
-        QTest::newRow("bad rate") << u"800@"_s << 0;
-        QTest::newRow("garbage in the list") << u"400 *800 x"_s << 0;
-        QTest::newRow("two defaults") << u"*400 *800"_s << 0;
-        QTest::newRow("trailing junk") << u"800dpi"_s << 0;
-    }
     void mouseDpi()
     {
-        QFETCH(QString, text);
-        QFETCH(int, dpi);
-        QCOMPARE(MouseDpi::parse(text.toStdString()).value_or(0), dpi);
+        // Plain, a starred default with and without rates, no star takes the first, extra blanks; then
+        // refused (0): zero, negative, absurd, empty, a bad rate, garbage in the list, two defaults,
+        // trailing junk.
+        const std::pair<const char *, int> rows[] = { { "800", 800 }, { "400@125 *800@125 1600@125", 800 },
+            { "*500 1000 1500", 500 }, { "400 800", 400 }, { "  1600@500  ", 1600 }, { "0", 0 }, { "-800", 0 },
+            { "5000000", 0 }, { "", 0 }, { "800@", 0 }, { "400 *800 x", 0 }, { "*400 *800", 0 }, { "800dpi", 0 } };
+        for (const auto &[text, dpi] : rows)
+            QVERIFY2(MouseDpi::parse(text).value_or(0) == dpi, text);
     }
 
     // A turn of direction starts a fresh detent: after about 100 units down, three times about 100

@@ -10,6 +10,8 @@
 #include <QStandardPaths>
 #include <QTest>
 
+#include <tuple>
+
 using namespace kestrix;
 using namespace Qt::StringLiterals;
 
@@ -18,39 +20,26 @@ class SessionParsingTest : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void appMatching_data()
-    {
-        QTest::addColumn<QStringList>("patterns");
-        QTest::addColumn<QString>("appId");
-        QTest::addColumn<QString>("instance");
-        QTest::addColumn<bool>("excluded");
-        const QStringList defaults = AppMatcher::defaultPatterns();
-        QTest::newRow("Remmina on Wayland") << defaults << u"org.remmina.Remmina"_s << QString() << true;
-        QTest::newRow("old Remmina, any case") << defaults << u"Remmina"_s << u"remmina"_s << true;
-        QTest::newRow("virt-viewer by its X11 class") << defaults << u"Virt-viewer"_s << u"virt-viewer"_s << true;
-        QTest::newRow("TigerVNC by FLTK's class") << defaults << u"Vncviewer"_s << u"vncviewer"_s << true;
-        QTest::newRow("FreeRDP on X11") << defaults << u"xfreerdp"_s << u"xfreerdp"_s << true;
-        QTest::newRow("Steam game") << defaults << u"steam_app_570"_s << QString() << true;
-        QTest::newRow("Steam itself is not a game") << defaults << u"steam"_s << u"steamwebhelper"_s << false;
-        QTest::newRow("browser") << defaults << u"firefox"_s << u"Navigator"_s << false;
-        QTest::newRow("matched by the instance only")
-            << QStringList { u"navigator"_s } << u"firefox"_s << u"Navigator"_s << true;
-        QTest::newRow("no partial match without a star")
-            << QStringList { u"remmina"_s } << u"remmina-file-wrapper"_s << QString() << false;
-        QTest::newRow("star only at the end is a wildcard")
-            << QStringList { u"*remmina"_s } << u"org.remmina"_s << QString() << false;
-        QTest::newRow("blanks around a pattern") << QStringList { u" krita "_s } << u"krita"_s << QString() << true;
-        QTest::newRow("empty pattern matches nothing")
-            << QStringList { QString(), u"  "_s } << u"x"_s << QString() << false;
-        QTest::newRow("no app is never excluded") << QStringList { u"*"_s } << QString() << QString() << false;
-    }
     void appMatching()
     {
-        QFETCH(QStringList, patterns);
-        QFETCH(QString, appId);
-        QFETCH(QString, instance);
-        QFETCH(bool, excluded);
-        QCOMPARE(AppMatcher::isExcluded(patterns, { appId, instance }), excluded);
+        const QStringList defaults = AppMatcher::defaultPatterns();
+        // Remmina on Wayland and, old, in any case; virt-viewer by its X11 class; TigerVNC by FLTK's;
+        // FreeRDP on X11; a Steam game, but not Steam itself; a browser. Then patterns of their own:
+        // matched by the instance only; no partial match without a star; a star only at the end is
+        // a wildcard; blanks around a pattern; an empty pattern matches nothing, and no app is never
+        // excluded.
+        const std::tuple<QStringList, QString, QString, bool> rows[]
+            = { { defaults, u"org.remmina.Remmina"_s, {}, true }, { defaults, u"Remmina"_s, u"remmina"_s, true },
+                  { defaults, u"Virt-viewer"_s, u"virt-viewer"_s, true },
+                  { defaults, u"Vncviewer"_s, u"vncviewer"_s, true }, { defaults, u"xfreerdp"_s, u"xfreerdp"_s, true },
+                  { defaults, u"steam_app_570"_s, {}, true }, { defaults, u"steam"_s, u"steamwebhelper"_s, false },
+                  { defaults, u"firefox"_s, u"Navigator"_s, false },
+                  { { u"navigator"_s }, u"firefox"_s, u"Navigator"_s, true },
+                  { { u"remmina"_s }, u"remmina-file-wrapper"_s, {}, false },
+                  { { u"*remmina"_s }, u"org.remmina"_s, {}, false }, { { u" krita "_s }, u"krita"_s, {}, true },
+                  { { QString(), u"  "_s }, u"x"_s, {}, false }, { { u"*"_s }, {}, {}, false } };
+        for (const auto &[patterns, appId, instance, excluded] : rows)
+            QVERIFY2(AppMatcher::isExcluded(patterns, { appId, instance }) == excluded, qPrintable(appId));
     }
 
     void excludedAppsSetting()
@@ -62,41 +51,24 @@ private Q_SLOTS:
         QCOMPARE(AppMatcher::patternsFromSetting(QJsonArray {}), QStringList());
     }
 
-    void kcmInput_data()
-    {
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<bool>("leftHanded");
-        QTest::addColumn<bool>("naturalScroll");
-        QTest::newRow("empty") << QByteArray() << false << false;
-        QTest::newRow("Plasma 6 device") << "[Libinput][1133][49291][Logitech G502 HERO Gaming Mouse]\n"
-                                            "LeftHanded=true\nNaturalScroll=true\n"_ba
-                                         << true << true;
-        QTest::newRow("touchpad is not a mouse") << "[Libinput][1739][52934][SYNA801A:00 06CB:CEC6 Touchpad]\n"
-                                                    "NaturalScroll=true\n"_ba
-                                                 << false << false;
-        QTest::newRow("one of two mice switched") << "[Libinput][1][2][Mouse A]\nLeftHanded=false\n"
-                                                     "[Libinput][3][4][Mouse B]\nLeftHanded=true\n"_ba
-                                                  << true << false;
-        QTest::newRow("Plasma 5 X11") << "[Mouse]\nXLbInptLeftHanded=true\nXLbInptNaturalScroll=false\n"_ba << true
-                                      << false;
-        QTest::newRow("device group wins over [Mouse]") << "[Mouse]\nXLbInptNaturalScroll=true\n"
-                                                           "[Libinput][1][2][M]\nNaturalScroll=false\n"_ba
-                                                        << false << false;
-        QTest::newRow("evdev era") << "[Mouse]\nMouseButtonMapping=LeftHanded\nReverseScrollPolarity=true\n"_ba << true
-                                   << true;
-        QTest::newRow("other groups, suffixes, junk")
-            << "[General]\nLeftHanded=true\n[Mouse]\nXLbInptLeftHanded[$e]=true\n"
-               "garbage\n[broken\n=\n"_ba
-            << true << false;
-    }
+    // Empty; a Plasma 6 device; a touchpad is not a mouse; one of two mice switched; Plasma 5 on X11;
+    // a device group wins over [Mouse]; the evdev era; other groups, suffixes, junk.
     void kcmInput()
     {
-        QFETCH(QByteArray, text);
-        QFETCH(bool, leftHanded);
-        QFETCH(bool, naturalScroll);
-        const PointerPreferences::Values values = PointerPreferences::fromKcmInput(text);
-        QCOMPARE(values.leftHanded, leftHanded);
-        QCOMPARE(values.naturalScroll, naturalScroll);
+        const std::tuple<QByteArray, bool, bool> rows[] = { { {}, false, false },
+            { "[Libinput][1133][49291][Logitech G502 HERO Gaming Mouse]\nLeftHanded=true\nNaturalScroll=true\n", true,
+                true },
+            { "[Libinput][1739][52934][SYNA801A:00 06CB:CEC6 Touchpad]\nNaturalScroll=true\n", false, false },
+            { "[Libinput][1][2][Mouse A]\nLeftHanded=false\n[Libinput][3][4][Mouse B]\nLeftHanded=true\n", true,
+                false },
+            { "[Mouse]\nXLbInptLeftHanded=true\nXLbInptNaturalScroll=false\n", true, false },
+            { "[Mouse]\nXLbInptNaturalScroll=true\n[Libinput][1][2][M]\nNaturalScroll=false\n", false, false },
+            { "[Mouse]\nMouseButtonMapping=LeftHanded\nReverseScrollPolarity=true\n", true, true },
+            { "[General]\nLeftHanded=true\n[Mouse]\nXLbInptLeftHanded[$e]=true\ngarbage\n[broken\n=\n", true, false } };
+        for (const auto &[text, leftHanded, naturalScroll] : rows) {
+            const PointerPreferences::Values values = PointerPreferences::fromKcmInput(text);
+            QVERIFY2(values.leftHanded == leftHanded && values.naturalScroll == naturalScroll, text.constData());
+        }
     }
 
     // KDE's settings panel saves kcminputrc by writing a new file over the old one, as QSaveFile does.

@@ -19,6 +19,8 @@
 #include <QSlider>
 #include <QTest>
 
+#include <tuple>
+
 using namespace kestrix;
 using namespace kestrix::test;
 using namespace Qt::StringLiterals;
@@ -67,52 +69,44 @@ class AdvancedPageTest : public QObject
 private Q_SLOTS:
     void init() { store().clear(); }
 
-    void eachControlWritesItsSettingAndReportsIt_data()
-    {
-        QTest::addColumn<QString>("control");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QJsonValue>("stored");
-        QTest::addColumn<QString>("settingName");
-        QTest::addColumn<QString>("value");
-        QTest::newRow("button pop-up, down one") << u"buttonPopup"_s << QString(SettingsKeys::triggerButton)
-                                                 << QJsonValue(u"middle"_s) << u"trigger_button"_s << u"middle"_s;
-        QTest::newRow("threshold, a step up from 5") << u"thresholdSlider"_s << QString(SettingsKeys::dragThreshold)
-                                                     << QJsonValue(6) << u"drag_threshold"_s << u"6"_s;
-        QTest::newRow("glide, a step up from 0.97") << u"glideSlider"_s << QString(SettingsKeys::momentumGlide)
-                                                    << QJsonValue(0.98) << u"momentum_glide"_s << u"0.98"_s;
-        QTest::newRow("mouse switched off")
-            << u"mouseSwitch"_s << QString(SettingsKeys::disabledMice)
-            << QJsonValue(QJsonArray { ScrollConfig::mouseToJson(optical) }) << u"disabled_mice"_s << u"1"_s;
-        QJsonArray withoutFirst = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
-        withoutFirst.removeFirst();
-        QTest::newRow("first default app removed")
-            << u"removeAppButton"_s << QString(SettingsKeys::excludedApps) << QJsonValue(withoutFirst)
-            << u"excluded_apps"_s << QString::number(withoutFirst.size());
-        QJsonArray withGimp = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
-        withGimp.append(u"org.gimp.GIMP"_s);
-        QTest::newRow("app under the pointer added")
-            << u"addAppButton"_s << QString(SettingsKeys::excludedApps) << QJsonValue(withGimp) << u"excluded_apps"_s
-            << QString::number(withGimp.size());
-    }
-
     void eachControlWritesItsSettingAndReportsIt()
     {
-        QFETCH(QString, control);
-        QFETCH(QString, key);
-        QFETCH(QJsonValue, stored);
-        QFETCH(QString, settingName);
-        QFETCH(QString, value);
-        AdvancedShown shown({ { optical, true, true } });
-        shown.fixture.window.appSource.appUnderPointer = u"org.gimp.GIMP"_s;
-        // The keyboard for the pop-up and the sliders, a click for the buttons, as a user would.
-        if (auto *button = qobject_cast<QAbstractButton *>(shown.all(control).value(0)))
-            button->click();
-        else
-            QTest::keyClick(shown.get(control), control == "buttonPopup"_L1 ? Qt::Key_Down : Qt::Key_Right);
-        const QByteArray keyName = key.toLatin1();
-        QTRY_COMPARE(store().value(QLatin1StringView(keyName)), stored);
-        QCOMPARE(shown.lastEvent().name, u"setting_changed"_s);
-        QCOMPARE(shown.lastEvent().params, QJsonObject({ { u"setting_name"_s, settingName }, { u"value"_s, value } }));
+        QJsonArray withoutFirst = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
+        withoutFirst.removeFirst();
+        QJsonArray withGimp = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
+        withGimp.append(u"org.gimp.GIMP"_s);
+        // The pop-up down one, the sliders a step up from 5 and 0.97, a mouse switched off, the first
+        // default app removed, the app under the pointer added.
+        const struct
+        {
+            QString control;
+            QLatin1StringView key;
+            QJsonValue stored;
+            QString settingName, value;
+        } rows[] = { { u"buttonPopup"_s, SettingsKeys::triggerButton, u"middle"_s, u"trigger_button"_s, u"middle"_s },
+            { u"thresholdSlider"_s, SettingsKeys::dragThreshold, 6, u"drag_threshold"_s, u"6"_s },
+            { u"glideSlider"_s, SettingsKeys::momentumGlide, 0.98, u"momentum_glide"_s, u"0.98"_s },
+            { u"mouseSwitch"_s, SettingsKeys::disabledMice, QJsonArray { ScrollConfig::mouseToJson(optical) },
+                u"disabled_mice"_s, u"1"_s },
+            { u"removeAppButton"_s, SettingsKeys::excludedApps, withoutFirst, u"excluded_apps"_s,
+                QString::number(withoutFirst.size()) },
+            { u"addAppButton"_s, SettingsKeys::excludedApps, withGimp, u"excluded_apps"_s,
+                QString::number(withGimp.size()) } };
+        for (const auto &[control, key, stored, settingName, value] : rows) {
+            const Row row { control };
+            store().clear();
+            AdvancedShown shown({ { optical, true, true } });
+            shown.fixture.window.appSource.appUnderPointer = u"org.gimp.GIMP"_s;
+            // The keyboard for the pop-up and the sliders, a click for the buttons, as a user would.
+            if (auto *button = qobject_cast<QAbstractButton *>(shown.all(control).value(0)))
+                button->click();
+            else
+                QTest::keyClick(shown.get(control), control == "buttonPopup"_L1 ? Qt::Key_Down : Qt::Key_Right);
+            QTRY_COMPARE(store().value(key), stored);
+            QCOMPARE(shown.lastEvent().name, u"setting_changed"_s);
+            QCOMPARE(
+                shown.lastEvent().params, QJsonObject({ { u"setting_name"_s, settingName }, { u"value"_s, value } }));
+        }
     }
 
     void miceListShowsConnectedUnpluggedAndSwitchedOffMice()
@@ -145,35 +139,31 @@ private Q_SLOTS:
         QCOMPARE(rows().at(2), u"Travel Mouse on"_s);
     }
 
-    void addingTheAppUnderThePointer_data()
-    {
-        QTest::addColumn<QString>("app");
-        QTest::addColumn<QString>("status");
-        QTest::addColumn<int>("listed");
-        const int defaults = static_cast<int>(AppMatcher::defaultPatterns().size());
-        QTest::newRow("a new app") << u"org.gimp.GIMP"_s << L10n::appAdded(u"org.gimp.GIMP"_s) << defaults + 1;
-        QTest::newRow("covered by a pattern") << u"steam_app_620"_s << L10n::appAdded(u"steam_app_620"_s) << defaults;
-        QTest::newRow("nothing under the pointer") << QString() << L10n::noAppUnderPointer() << defaults;
-    }
-
     void addingTheAppUnderThePointer()
     {
-        QFETCH(QString, app);
-        QFETCH(QString, status);
-        QFETCH(int, listed);
-        AdvancedShown shown;
-        FakeAppSource &source = shown.fixture.window.appSource;
-        source.appUnderPointer = app;
-        auto *add = shown.get<QPushButton>(u"addAppButton"_s);
-        add->click();
-        // The desktop is asked only once the countdown has run out, not at the click.
-        QCOMPARE(add->text(), L10n::addAppCountdown(AdvancedPage::countdownSeconds));
-        QVERIFY(!add->isEnabled());
-        QCOMPARE(source.lookUps, 0);
-        QTRY_COMPARE(shown.get<QLabel>(u"addAppStatus"_s)->text(), status);
-        QCOMPARE(source.lookUps, 1);
-        QVERIFY(add->isEnabled());
-        QTRY_COMPARE(shown.all(u"removeAppButton"_s).size(), listed);
+        // A new app, one covered by a pattern, nothing under the pointer.
+        const int defaults = static_cast<int>(AppMatcher::defaultPatterns().size());
+        const std::tuple<QString, QString, int> rows[]
+            = { { u"org.gimp.GIMP"_s, L10n::appAdded(u"org.gimp.GIMP"_s), defaults + 1 },
+                  { u"steam_app_620"_s, L10n::appAdded(u"steam_app_620"_s), defaults },
+                  { QString(), L10n::noAppUnderPointer(), defaults } };
+        for (const auto &[app, status, listed] : rows) {
+            const Row row { app };
+            store().clear();
+            AdvancedShown shown;
+            FakeAppSource &source = shown.fixture.window.appSource;
+            source.appUnderPointer = app;
+            auto *add = shown.get<QPushButton>(u"addAppButton"_s);
+            add->click();
+            // The desktop is asked only once the countdown has run out, not at the click.
+            QCOMPARE(add->text(), L10n::addAppCountdown(AdvancedPage::countdownSeconds));
+            QVERIFY(!add->isEnabled());
+            QCOMPARE(source.lookUps, 0);
+            QTRY_COMPARE(shown.get<QLabel>(u"addAppStatus"_s)->text(), status);
+            QCOMPARE(source.lookUps, 1);
+            QVERIFY(add->isEnabled());
+            QTRY_COMPARE(shown.all(u"removeAppButton"_s).size(), listed);
+        }
     }
 
     void withoutASourceThePageSaysSoAndOffersTheGnomeExtension()

@@ -1,6 +1,8 @@
 // The preferences window seen from the user's side: what it shows for the stored settings, what
 // each control writes and reports, the language switch, the keyboard, and that every one of the
-// 50 languages fits the fixed window.
+// 50 languages fits the fixed window. Its look, checked in pixels: the gradient's direction and its
+// independence from the repainted region, the cards' white rounded surface and their faint purple
+// shadow, the focus ring that only the keyboard brings, a disabled control's pale grey, and the icons.
 
 #include "UiTestSupport.h"
 
@@ -9,7 +11,11 @@
 #include "l10n/L10n.h"
 #include "l10n/Language.h"
 #include "net/AppInfo.h"
+#include "ui/AppStyle.h"
+#include "ui/CardView.h"
+#include "ui/GradientView.h"
 #include "ui/PreferencesWindow.h"
+#include "ui/WindowChrome.h"
 
 #include <QAbstractButton>
 #include <QAbstractItemView>
@@ -28,6 +34,7 @@
 #include <QTest>
 #include <QTextDocumentFragment>
 #include <QUrl>
+#include <QVBoxLayout>
 
 #include <clocale>
 #include <string>
@@ -46,6 +53,30 @@ QJsonObject settingChanged(const QString &name, const QString &value)
     return { { u"setting_name"_s, name }, { u"value"_s, value } };
 }
 
+// The largest 8-bit channel difference.
+int distance(QColor a, QColor b)
+{
+    return std::max({ std::abs(a.red() - b.red()), std::abs(a.green() - b.green()), std::abs(a.blue() - b.blue()) });
+}
+
+// The widget over a background of one colour; only what the widget paints itself covers it.
+QImage render(QWidget &widget, QColor background = Qt::black, const QRegion &region = {})
+{
+    QImage image(widget.size(), QImage::Format_ARGB32);
+    image.fill(background);
+    widget.render(&image, QPoint(), region, QWidget::DrawChildren);
+    return image;
+}
+
+// A 120 x 60 card at (40, 40) in a 200 x 140 area.
+QImage renderCard(QColor background)
+{
+    QWidget area;
+    area.resize(200, 140);
+    (new CardView(&area))->setGeometry(40, 40, 120, 60);
+    return render(area, background);
+}
+
 } // namespace
 
 class PreferencesWindowTest : public QObject
@@ -60,38 +91,31 @@ public Q_SLOTS:
 private Q_SLOTS:
     void init() { store().clear(); }
 
-    void showsTheStoredSpeedAndLanguageWithoutWritingThem_data()
-    {
-        // An undefined value is one the store does not hold.
-        QTest::addColumn<QJsonValue>("speed");
-        QTest::addColumn<QString>("label");
-        QTest::addColumn<QJsonValue>("language");
-        QTest::addColumn<int>("index");
-        const QJsonValue none(QJsonValue::Undefined);
-        QTest::newRow("nothing stored") << none << u"3.0"_s << none << 0;
-        QTest::newRow("zero, last language") << QJsonValue(0) << u"3.0"_s << QJsonValue(u"my"_s) << 49;
-        QTest::newRow("text, region code") << QJsonValue(u"fast"_s) << u"3.0"_s << QJsonValue(u"en-US"_s) << 0;
-        QTest::newRow("12.34, japanese") << QJsonValue(12.34) << u"12.3"_s << QJsonValue(u"ja"_s) << 7;
-        QTest::newRow("7.25 rounds as C does") << QJsonValue(7.25) << u"7.2"_s << QJsonValue(u"KO"_s) << 0;
-    }
-
     void showsTheStoredSpeedAndLanguageWithoutWritingThem()
     {
-        QFETCH(QJsonValue, speed);
-        QFETCH(QString, label);
-        QFETCH(QJsonValue, language);
-        QFETCH(int, index);
-        if (!speed.isUndefined())
-            store().setValue(SettingsKeys::scrollSpeed, speed);
-        if (!language.isUndefined())
-            store().setValue(SettingsKeys::language, language);
-        Shown shown;
-        QCOMPARE(shown.text(u"speedLabel"_s), label);
-        QCOMPARE(shown.get<QComboBox>(u"langPopup"_s)->currentIndex(), index);
-        // Showing is not changing: the store holds what it held.
-        QCOMPARE(store().value(SettingsKeys::scrollSpeed), speed);
-        QCOMPARE(store().value(SettingsKeys::language), language);
-        QVERIFY(shown.recorder.events.isEmpty());
+        // An undefined value is one the store does not hold; 7.25 rounds as C does.
+        const QJsonValue none(QJsonValue::Undefined);
+        const struct
+        {
+            QJsonValue speed, language;
+            QString shown; // the label, and the pop-up's index
+        } rows[] = { { none, none, u"3.0 0"_s }, { 0, u"my"_s, u"3.0 49"_s }, { u"fast"_s, u"en-US"_s, u"3.0 0"_s },
+            { 12.34, u"ja"_s, u"12.3 7"_s }, { 7.25, u"KO"_s, u"7.2 0"_s } };
+        for (const auto &[speed, language, expected] : rows) {
+            store().clear();
+            if (!speed.isUndefined())
+                store().setValue(SettingsKeys::scrollSpeed, speed);
+            if (!language.isUndefined())
+                store().setValue(SettingsKeys::language, language);
+            Shown shown;
+            QCOMPARE(
+                u"%1 %2"_s.arg(shown.text(u"speedLabel"_s)).arg(shown.get<QComboBox>(u"langPopup"_s)->currentIndex()),
+                expected);
+            // Showing is not changing: the store holds what it held.
+            QVERIFY2(store().value(SettingsKeys::scrollSpeed) == speed
+                    && store().value(SettingsKeys::language) == language && shown.recorder.events.isEmpty(),
+                qPrintable(expected));
+        }
     }
 
     void showWindowRefreshesEveryControlInPlace()
@@ -113,81 +137,72 @@ private Q_SLOTS:
         QCOMPARE(shown.window.pos(), placed);
     }
 
-    void eachCheckboxWritesItsKeyAndReportsOnce_data()
-    {
-        QTest::addColumn<QString>("checkbox");
-        QTest::addColumn<QString>("key");
-        QTest::addColumn<QString>("settingName");
-        QTest::newRow("vertical") << u"verticalCheckbox"_s << u"enableVerticalScroll"_s << u"vertical_scroll"_s;
-        QTest::newRow("horizontal") << u"horizontalCheckbox"_s << u"enableHorizontalScroll"_s << u"horizontal_scroll"_s;
-        QTest::newRow("diagonal") << u"diagonalCheckbox"_s << u"diagonalScroll"_s << u"diagonal_scroll"_s;
-        QTest::newRow("reverse") << u"reverseCheckbox"_s << u"reverseScroll"_s << u"reverse_scroll"_s;
-        QTest::newRow("smooth") << u"smoothCheckbox"_s << u"usePixelScrolling"_s << u"smooth_scroll"_s;
-        QTest::newRow("momentum") << u"momentumCheckbox"_s << u"momentumScroll"_s << u"momentum_scroll"_s;
-        // No key: the autostart entry is the state.
-        QTest::newRow("launch at login") << u"launchAtLoginCheckbox"_s << QString() << u"launch_at_login"_s;
-    }
-
     void eachCheckboxWritesItsKeyAndReportsOnce()
     {
-        QFETCH(QString, checkbox);
-        QFETCH(QString, key);
-        QFETCH(QString, settingName);
-        Shown shown;
-        auto *box = shown.get<QCheckBox>(checkbox);
-        QList<bool> states;
-        for (int round = 0; round < 2; ++round) {
-            const bool expected = !box->isChecked();
-            states.append(expected);
-            QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
-            QCOMPARE(box->isChecked(), expected);
-            if (!key.isEmpty())
-                QCOMPARE(store().value(QLatin1StringView(key.toLatin1())), QJsonValue(expected));
-            QCOMPARE(shown.recorder.events.size(), round + 1);
-            QCOMPARE(shown.recorder.events.last().name, u"setting_changed"_s);
-            QCOMPARE(
-                shown.recorder.events.last().params, settingChanged(settingName, expected ? u"true"_s : u"false"_s));
+        // No key for launch at login: the autostart entry is the state.
+        const char *const rows[][3] = { { "verticalCheckbox", "enableVerticalScroll", "vertical_scroll" },
+            { "horizontalCheckbox", "enableHorizontalScroll", "horizontal_scroll" },
+            { "diagonalCheckbox", "diagonalScroll", "diagonal_scroll" },
+            { "reverseCheckbox", "reverseScroll", "reverse_scroll" },
+            { "smoothCheckbox", "usePixelScrolling", "smooth_scroll" },
+            { "momentumCheckbox", "momentumScroll", "momentum_scroll" },
+            { "launchAtLoginCheckbox", "", "launch_at_login" } };
+        for (const auto &[checkbox, keyName, settingName] : rows) {
+            const QLatin1StringView key(keyName);
+            const Row row { QString::fromLatin1(checkbox) };
+            store().clear();
+            Shown shown;
+            auto *box = shown.get<QCheckBox>(row.name);
+            QList<bool> states;
+            for (int round = 0; round < 2; ++round) {
+                const bool expected = !box->isChecked();
+                states.append(expected);
+                QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(8, box->height() / 2));
+                QCOMPARE(box->isChecked(), expected);
+                if (!key.isEmpty())
+                    QCOMPARE(store().value(key), QJsonValue(expected));
+                QCOMPARE(shown.recorder.events.size(), round + 1);
+                QCOMPARE(shown.recorder.events.last().name, u"setting_changed"_s);
+                QCOMPARE(shown.recorder.events.last().params,
+                    settingChanged(QString::fromLatin1(settingName), expected ? u"true"_s : u"false"_s));
+            }
+            QCOMPARE(shown.recorder.launchAtLoginRequests, key.isEmpty() ? states : QList<bool>());
+            // One control, one key: nothing else was written.
+            for (const QLatin1StringView other : { SettingsKeys::scrollSpeed, SettingsKeys::launchAtLogin })
+                QVERIFY(!store().contains(other));
         }
-        QCOMPARE(shown.recorder.launchAtLoginRequests, key.isEmpty() ? states : QList<bool>());
-        // One control, one key: nothing else was written.
-        for (const QLatin1StringView other : { SettingsKeys::scrollSpeed, SettingsKeys::launchAtLogin })
-            QVERIFY(!store().contains(other));
-    }
-
-    void speedStoresTheUnroundedValueAndReportsOneDecimal_data()
-    {
-        QTest::addColumn<int>("sliderValue");
-        QTest::addColumn<double>("stored");
-        QTest::addColumn<QString>("reported");
-        QTest::addColumn<QByteArray>("locale"); // the system's, for C and for Qt
-        QTest::newRow("12.3456") << 123456 << 12.3456 << u"12.3"_s << QByteArray();
-        QTest::newRow("rounds up") << 48960 << 4.896 << u"4.9"_s << QByteArray();
-        QTest::newRow("highest") << 500000 << 50.0 << u"50.0"_s << QByteArray();
-        // scripts/deps test generates the locale.
-        QTest::newRow("German system locale") << 123456 << 12.3456 << u"12.3"_s << QByteArray("de_DE.UTF-8");
     }
 
     void speedStoresTheUnroundedValueAndReportsOneDecimal()
     {
-        QFETCH(int, sliderValue);
-        QFETCH(double, stored);
-        QFETCH(QString, reported);
-        QFETCH(QByteArray, locale);
         const std::string previous = std::setlocale(LC_ALL, nullptr);
         const auto restore = qScopeGuard([&previous] {
             std::setlocale(LC_ALL, previous.c_str());
             QLocale::setDefault(QLocale::c());
         });
-        if (!locale.isEmpty()) {
-            QVERIFY2(std::setlocale(LC_ALL, locale.constData()) != nullptr, locale.constData());
-            QLocale::setDefault(QLocale(QString::fromLatin1(locale)));
+        // The last row under a German system locale, for C and for Qt (scripts/deps test generates it).
+        const struct
+        {
+            int slider;
+            double stored;
+            QString reported;
+            const char *locale;
+        } rows[] = { { 123456, 12.3456, u"12.3"_s, nullptr }, { 48960, 4.896, u"4.9"_s, nullptr },
+            { 500000, 50.0, u"50.0"_s, nullptr }, { 123456, 12.3456, u"12.3"_s, "de_DE.UTF-8" } };
+        for (const auto &[sliderValue, stored, reported, locale] : rows) {
+            const Row row { u"%1 %2"_s.arg(sliderValue).arg(QLatin1StringView(locale ? locale : "C")) };
+            store().clear();
+            if (locale != nullptr) {
+                QVERIFY2(std::setlocale(LC_ALL, locale) != nullptr, locale);
+                QLocale::setDefault(QLocale(QString::fromLatin1(locale)));
+            }
+            Shown shown;
+            shown.get<QSlider>(u"speedSlider"_s)->setValue(sliderValue);
+            QCOMPARE(store().doubleValue(SettingsKeys::scrollSpeed), stored);
+            QCOMPARE(shown.text(u"speedLabel"_s), reported);
+            QCOMPARE(shown.recorder.events.size(), 1);
+            QCOMPARE(shown.recorder.events[0].params, settingChanged(u"scroll_speed"_s, reported));
         }
-        Shown shown;
-        shown.get<QSlider>(u"speedSlider"_s)->setValue(sliderValue);
-        QCOMPARE(store().doubleValue(SettingsKeys::scrollSpeed), stored);
-        QCOMPARE(shown.text(u"speedLabel"_s), reported);
-        QCOMPARE(shown.recorder.events.size(), 1);
-        QCOMPARE(shown.recorder.events[0].params, settingChanged(u"scroll_speed"_s, reported));
     }
 
     void choosingALanguageSwitchesTheWindowAndTellsTheRest()
@@ -351,6 +366,109 @@ private Q_SLOTS:
             QString message;
             QDebug(&message) << name << needed << "in" << area;
             QVERIFY2(needed.width() <= area.width() && needed.height() <= area.height(), qPrintable(message));
+        }
+    }
+
+    void gradientRunsFromTopLeftToBottomRight()
+    {
+        for (const QSize size : { QSize(416, 120), QSize(90, 520) }) { // wide and tall
+            GradientView view;
+            view.resize(size);
+            const QImage image = render(view);
+            const int right = size.width() - 1;
+            const int bottom = size.height() - 1;
+            QVERIFY(distance(image.pixelColor(0, 0), AppStyle::bgStart) <= 1);
+            QVERIFY(distance(image.pixelColor(right, bottom), AppStyle::bgEnd) <= 1);
+            // At -45 degrees the colour is constant along x + y = c, whatever the aspect ratio.
+            const int side = std::min(right, bottom);
+            QVERIFY(distance(image.pixelColor(side, 0), image.pixelColor(0, side)) <= 1);
+            QVERIFY(image.pixelColor(right / 2, bottom / 2).lightness() > image.pixelColor(right, bottom).lightness());
+
+            // Repainting a part paints it as the whole would: the gradient spans the view, not the
+            // region. The region lands at the target's origin.
+            const QRect region(right / 2, bottom / 2, 40, 30);
+            const QImage part = render(view, Qt::black, region);
+            for (const QPoint offset : { QPoint(0, 0), QPoint(39, 29) })
+                QCOMPARE(part.pixelColor(offset), image.pixelColor(region.topLeft() + offset));
+        }
+    }
+
+    void cardIsWhiteRoundedAndCastsAFaintPurpleShadowDownward()
+    {
+        const QImage onBlack = renderCard(Qt::black);
+        QCOMPARE(onBlack.pixelColor(100, 70), QColor(Qt::white));
+        QCOMPARE(onBlack.pixelColor(41, 70), QColor(Qt::white)); // the straight left edge
+        // A radius of 12 leaves the corner pixel dark, and the point 3 pixels in along the
+        // diagonal (inside the square, outside the arc) as well.
+        for (const QPoint corner : { QPoint(40, 40), QPoint(43, 43), QPoint(159, 99), QPoint(156, 96) })
+            QVERIFY(onBlack.pixelColor(corner).lightness() < 128);
+        QVERIFY(onBlack.pixelColor(46, 46).lightness() > 240);
+
+        // On white, anything that is not white is the shadow.
+        const QImage onWhite = renderCard(Qt::white);
+        const QColor below = onWhite.pixelColor(100, 101);
+        const QColor above = onWhite.pixelColor(100, 38);
+        QVERIFY2(below.blue() > below.red() + 4 && below.blue() > below.green() + 4, qPrintable(below.name()));
+        QVERIFY(below.lightness() < above.lightness()); // offset downward
+        QVERIFY(below.lightness() > 200); // faint
+        QCOMPARE(onWhite.pixelColor(100, 125), QColor(Qt::white)); // gone beyond the blur
+    }
+
+    void focusRingOnlyFromTheKeyboardAndDisabledIsGrey()
+    {
+        // The box gets the focus, or is disabled; the colours just inside the indicator's edge, beside
+        // the box, and inside the ticked box.
+        const QColor purple = AppStyle::purple;
+        const std::tuple<QString, QColor, QColor> rows[] = { { u"tab"_s, purple, purple },
+            { u"click"_s, Qt::white, purple }, { u"disabled"_s, Qt::white, ControlStyle::disabledColor() } };
+        for (const auto &[how, edge, box] : rows) {
+            ControlStyle style;
+            QWidget window;
+            QPalette palette(Qt::white, Qt::white);
+            palette.setColor(QPalette::Highlight, AppStyle::purple);
+            window.setPalette(palette);
+            auto *layout = new QVBoxLayout(&window);
+            QCheckBox first(&window);
+            QCheckBox checkbox(&window);
+            for (QCheckBox *each : { &first, &checkbox }) {
+                each->setStyle(&style);
+                layout->addWidget(each);
+            }
+            window.show();
+            QVERIFY(QTest::qWaitForWindowActive(&window));
+            first.setFocus();
+            if (how == "tab"_L1)
+                QTest::keyClick(&first, Qt::Key_Tab);
+            else
+                QTest::mouseClick(&checkbox, Qt::LeftButton, {}, QPoint(8, checkbox.height() / 2));
+            checkbox.setChecked(true);
+            checkbox.setEnabled(how != "disabled"_L1);
+            const QImage image = checkbox.grab().toImage();
+            const int top = (checkbox.height() - ControlStyle::indicatorSize) / 2;
+            QVERIFY2(distance(image.pixelColor(1, top + 10), edge) <= 24, qPrintable(how));
+            QVERIFY2(distance(image.pixelColor(6, top + 6), box) <= 24, qPrintable(how));
+        }
+    }
+
+    // Both icons render whole at tray sizes (Qt's SVG icon engine is there): the coloured one opaque
+    // in the middle and clear at the corner; the symbolic one, as drawn (no theme recolours it),
+    // holds light and dark pixels, so it reads on a dark panel and on a light one.
+    void iconsRenderAtTraySizes()
+    {
+        const QIcon symbolic(u":/icons/kestrix-symbolic.svg"_s);
+        for (const int size : { 16, 22, 24, 32, 48, 64 }) {
+            const QImage drawn = StatusBarController::appIcon().pixmap(size, size).toImage();
+            QCOMPARE(drawn.size(), QSize(size, size));
+            QVERIFY(drawn.pixelColor(size / 2, size / 2).alpha() == 255 && drawn.pixelColor(0, 0).alpha() < 255);
+            const QImage glyph = symbolic.pixmap(size, size).toImage();
+            int light = 0;
+            int dark = 0;
+            for (int pixel = 0; pixel < size * size; ++pixel) {
+                const QColor shade = glyph.pixelColor(pixel % size, pixel / size);
+                light += shade.alpha() > 200 && shade.lightness() > 200 ? 1 : 0;
+                dark += shade.alpha() > 200 && shade.lightness() < 80 ? 1 : 0;
+            }
+            QVERIFY(light >= size && dark >= size);
         }
     }
 };

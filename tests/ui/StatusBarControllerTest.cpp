@@ -18,8 +18,6 @@ using namespace kestrix;
 using namespace kestrix::test;
 using namespace Qt::StringLiterals;
 
-Q_DECLARE_METATYPE(kestrix::AccessState)
-
 class StatusBarControllerTest : public QObject
 {
     Q_OBJECT
@@ -63,58 +61,56 @@ private Q_SLOTS:
 
     // What the menu, the tooltip, a notification or the window say about the input permission
     // and the mice; the user hears once per run how to grant access, by the one way there is.
-    void accessAndMiceStates_data()
-    {
-        QTest::addColumn<QString>("desktop"); // "tray", "tray, no notifications" or "no tray"
-        QTest::addColumn<AccessState>("state"); // set twice
-        QTest::addColumn<bool>("mouse"); // a mouse is connected
-        QTest::addColumn<QString>("status"); // "waiting", "no mouse" or none
-        QTest::addColumn<QString>("told"); // how the user learns to grant access: "notification", "window"
-        const QString waiting = u"waiting"_s;
-        QTest::newRow("waiting") << u"tray"_s << AccessState::Waiting << true << waiting << QString();
-        QTest::newRow("needed") << u"tray"_s << AccessState::Needed << true << waiting << u"notification"_s;
-        QTest::newRow("needed, no notifications")
-            << u"tray, no notifications"_s << AccessState::Needed << true << waiting << u"window"_s;
-        QTest::newRow("needed, no tray") << u"no tray"_s << AccessState::Needed << true << waiting << u"window"_s;
-        QTest::newRow("no mouse") << u"tray"_s << AccessState::Granted << false << u"no mouse"_s << QString();
-        QTest::newRow("granted") << u"tray"_s << AccessState::Granted << true << QString() << QString();
-    }
-
     void accessAndMiceStates()
     {
-        QFETCH(QString, desktop);
-        QFETCH(AccessState, state);
-        QFETCH(bool, mouse);
-        QFETCH(QString, status);
-        QFETCH(QString, told);
-        TrayFixture fixture(desktop != "no tray"_L1);
-        fixture.notificationsAvailable = desktop == "tray"_L1;
-        // An unplugged mouse Kestrix saw before counts as none.
-        fixture.input.setMice({ { { 3, 4, u"Mouse"_s }, mouse, mouse }, { { 1, 2, u"Old mouse"_s }, false, false } });
-        const QString command = u"pkexec /usr/libexec/kestrix/kestrix-install-udev-rule"_s;
-        StatusBarController &controller = *fixture.controller;
-        controller.setAccessState(state, command);
-        controller.setAccessState(state, command);
+        // The desktop; the state (set twice); whether a mouse is connected; the status shown; how
+        // the user learns to grant access.
+        const struct
+        {
+            QString desktop;
+            AccessState state;
+            bool mouse;
+            const char *shown, *told;
+        } rows[] = { { u"tray"_s, AccessState::Waiting, true, "waiting", "" },
+            { u"tray"_s, AccessState::Needed, true, "waiting", "notification" },
+            { u"tray, no notifications"_s, AccessState::Needed, true, "waiting", "window" },
+            { u"no tray"_s, AccessState::Needed, true, "waiting", "window" },
+            { u"tray"_s, AccessState::Granted, false, "no mouse", "" },
+            { u"tray"_s, AccessState::Granted, true, "", "" } };
+        for (const auto &[desktop, state, mouse, shownName, toldName] : rows) {
+            const Row row { desktop + u' ' + QLatin1StringView(shownName) + u' ' + QLatin1StringView(toldName) };
+            const QLatin1StringView shown(shownName), told(toldName);
+            TrayFixture fixture(desktop != "no tray"_L1);
+            fixture.notificationsAvailable = desktop == "tray"_L1;
+            // An unplugged mouse Kestrix saw before counts as none.
+            fixture.input.setMice(
+                { { { 3, 4, u"Mouse"_s }, mouse, mouse }, { { 1, 2, u"Old mouse"_s }, false, false } });
+            const QString command = u"pkexec /usr/libexec/kestrix/kestrix-install-udev-rule"_s;
+            StatusBarController &controller = *fixture.controller;
+            controller.setAccessState(state, command);
+            controller.setAccessState(state, command);
 
-        status = status == "waiting"_L1 ? L10n::waitingForAccess()
-            : status == "no mouse"_L1   ? L10n::noMouseConnected()
-                                        : QString();
-        QCOMPARE(controller.statusItem()->text(), status);
-        QCOMPARE(controller.statusItem()->isVisible(), !status.isEmpty());
-        if (controller.trayIcon() != nullptr)
-            QCOMPARE(controller.trayIcon()->toolTip(), status.isEmpty() ? u"Kestrix"_s : u"Kestrix\n"_s + status);
-        // The switch means nothing until the engine may run.
-        QCOMPARE(controller.toggleItem()->isEnabled(), state == AccessState::Granted);
-        controller.toggleItem()->trigger();
-        QCOMPARE(fixture.manager.isEnabled(), state != AccessState::Granted);
+            const QString status = shown == "waiting"_L1 ? L10n::waitingForAccess()
+                : shown == "no mouse"_L1                 ? L10n::noMouseConnected()
+                                                         : QString();
+            QCOMPARE(controller.statusItem()->text(), status);
+            QCOMPARE(controller.statusItem()->isVisible(), !status.isEmpty());
+            if (controller.trayIcon() != nullptr)
+                QCOMPARE(controller.trayIcon()->toolTip(), status.isEmpty() ? u"Kestrix"_s : u"Kestrix\n"_s + status);
+            // The switch means nothing until the engine may run.
+            QCOMPARE(controller.toggleItem()->isEnabled(), state == AccessState::Granted);
+            controller.toggleItem()->trigger();
+            QCOMPARE(fixture.manager.isEnabled(), state != AccessState::Granted);
 
-        const QString notification = L10n::accessNeededTitle() + u'|' + L10n::accessNeededMessage() + u'\n' + command;
-        QCOMPARE(fixture.notifications, told == "notification"_L1 ? QStringList { notification } : QStringList());
-        PreferencesWindow *window = controller.preferencesWindow();
-        const auto messages = window != nullptr ? window->findChildren<QMessageBox *>() : QList<QMessageBox *>();
-        QCOMPARE(messages.size(), told == "window"_L1 ? 1 : 0);
-        if (!messages.isEmpty())
-            QVERIFY(messages[0]->isVisible() && messages[0]->informativeText().endsWith(u'\n' + command));
+            const QString notification
+                = L10n::accessNeededTitle() + u'|' + L10n::accessNeededMessage() + u'\n' + command;
+            QCOMPARE(fixture.notifications, told == "notification"_L1 ? QStringList { notification } : QStringList());
+            PreferencesWindow *window = controller.preferencesWindow();
+            const auto messages = window != nullptr ? window->findChildren<QMessageBox *>() : QList<QMessageBox *>();
+            QCOMPARE(messages.size(), told == "window"_L1 ? 1 : 0);
+            if (!messages.isEmpty())
+                QVERIFY(messages[0]->isVisible() && messages[0]->informativeText().endsWith(u'\n' + command));
+        }
     }
 
     void preferencesWindowIsCreatedOnceAndEachOpeningChecksSilently()

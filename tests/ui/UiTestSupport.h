@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/TestSupport.h"
 #include "engine/EngineControl.h"
 #include "engine/GrabScrollManager.h"
 #include "engine/RecordingPlatform.h"

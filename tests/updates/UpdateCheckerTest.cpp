@@ -91,14 +91,8 @@ private Q_SLOTS:
         QFile::remove(m_downloads.filePath(u"Kestrix.dmg"_s));
     }
 
-    void alertForEachReply_data()
+    void alertForEachReply()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QByteArray>("reply"); // "%1" stands for the server's address
-        QTest::addColumn<QString>("click");
-        QTest::addColumn<QString>("alert"); // of a manual check; a silent one shows only an offer
-        QTest::addColumn<bool>("downloads");
-
         const auto offer = [](const QString &version, const QString &notes = {}) {
             return u"Update Available|A new version %1 is available. Would you like to download it?%2|*Download Later"_s
                 .arg(version, notes);
@@ -107,93 +101,89 @@ private Q_SLOTS:
         const QByteArray update = json("{'updateAvailable':true,'latestVersion':'1.2'}");
         const QByteArray withUrl = json("{'updateAvailable':true,'latestVersion':'1.2',"
                                         "'downloadUrl':'%1/files/Kestrix.dmg'");
-        QTest::newRow("Download") << 200 << withUrl + json(",'releaseNotes':'Bug fixes'}") << "Download"
-                                  << offer(u"1.2"_s, u"\n\nBug fixes"_s) << true;
-        QTest::newRow("Later, empty notes")
-            << 200 << withUrl + json(",'releaseNotes':''}") << "Later" << offer(u"1.2"_s, u"\n\n"_s) << false;
-        QTest::newRow("Download, not http")
-            << 200 << json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':'ftp://127.0.0.1/Kestrix.dmg'}")
-            << "Download" << offer(u"1.2"_s) << false;
-        QTest::newRow("nulls: no address, no notes")
-            << 200 << json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':null,'releaseNotes':null}")
-            << "Download" << offer(u"1.2"_s) << false;
-        QTest::newRow("other keys ignored, text kept as sent")
-            << 200
-            << json("{'updateAvailable':true,'latestVersion':'2.0 β','releaseNotes':'  수정\\n\\u200Cfix  ',"
-                    "'size':123,'mirrors':[{'a':1}],'UpdateAvailable':'x'}")
-            << none << offer(u"2.0 β"_s, u"\n\n  수정\n\u200Cfix  "_s) << false;
         const QString tenThousand = QString(9'999, u'n') + u"\U0001F600"_s; // the cut falls inside the pair
-        QTest::newRow("notes cut after 10,000 characters")
-            << 200
-            << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'") + tenThousand.toUtf8()
-                + json("'}")
-            << none << offer(u"1.2"_s, "\n\n"_L1 + QString(9'999, u'n') + QChar(0x2026)) << false;
-        QTest::newRow("notes of exactly 10,000 characters")
-            << 200
-            << json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'") + QByteArray(10'000, 'n')
-                + json("'}")
-            << none << offer(u"1.2"_s, "\n\n"_L1 + QString(10'000, u'n')) << false;
-        QTest::newRow("same version offered")
-            << 200 << json("{'updateAvailable':true,'latestVersion':'1.0.1'}") << none << offer(u"1.0.1"_s) << false;
-        QTest::newRow("HTTP 500, valid body") << 500 << update << none << offer(u"1.2"_s) << false;
-        QTest::newRow("no update") << 200 << json("{'updateAvailable':false,'latestVersion':'1.0.1'}") << none
-                                   << u"No Updates|You are using the latest version.|*OK"_s << false;
-        QTest::newRow("latestVersion missing") << 200 << json("{'updateAvailable':true}") << none << none << false;
-        QTest::newRow("not JSON") << 502 << QByteArray("<html>Bad Gateway</html>") << none << none << false;
-    }
+        // "%1" in a reply stands for the server's address; the alert is that of a manual check (a
+        // silent one shows only an offer).
+        const struct
+        {
+            int status;
+            QByteArray sent;
+            QString click, alert;
+            bool downloads;
+            const char *name;
+        } rows[] = { { 200, withUrl + json(",'releaseNotes':'Bug fixes'}"), u"Download"_s,
+                         offer(u"1.2"_s, u"\n\nBug fixes"_s), true, "Download" },
+            { 200, withUrl + json(",'releaseNotes':''}"), u"Later"_s, offer(u"1.2"_s, u"\n\n"_s), false,
+                "Later, empty notes" },
+            { 200, json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':'ftp://127.0.0.1/Kestrix.dmg'}"),
+                u"Download"_s, offer(u"1.2"_s), false, "Download, not http" },
+            { 200, json("{'updateAvailable':true,'latestVersion':'1.2','downloadUrl':null,'releaseNotes':null}"),
+                u"Download"_s, offer(u"1.2"_s), false, "nulls: no address, no notes" },
+            { 200,
+                json("{'updateAvailable':true,'latestVersion':'2.0 β','releaseNotes':'  수정\\n\\u200Cfix  ',"
+                     "'size':123,'mirrors':[{'a':1}],'UpdateAvailable':'x'}"),
+                none, offer(u"2.0 β"_s, u"\n\n  수정\n\u200Cfix  "_s), false, "other keys ignored, text kept as sent" },
+            { 200,
+                json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'") + QByteArray(10'000, 'n')
+                    + json("'}"),
+                none, offer(u"1.2"_s, "\n\n"_L1 + QString(10'000, u'n')), false, "notes of exactly 10,000 characters" },
+            { 200,
+                json("{'updateAvailable':true,'latestVersion':'1.2','releaseNotes':'") + tenThousand.toUtf8()
+                    + json("'}"),
+                none, offer(u"1.2"_s, "\n\n"_L1 + QString(9'999, u'n') + QChar(0x2026)), false,
+                "notes cut after 10,000 characters" },
+            { 200, json("{'updateAvailable':true,'latestVersion':'1.0.1'}"), none, offer(u"1.0.1"_s), false,
+                "same version offered" },
+            { 500, update, none, offer(u"1.2"_s), false, "HTTP 500, valid body" },
+            { 200, json("{'updateAvailable':false,'latestVersion':'1.0.1'}"), none,
+                u"No Updates|You are using the latest version.|*OK"_s, false, "no update" },
+            { 200, json("{'updateAvailable':true}"), none, none, false, "latestVersion missing" },
+            { 502, QByteArray("<html>Bad Gateway</html>"), none, none, false, "not JSON" } };
+        for (const auto &[status, sent, click, alert, downloads, name] : rows) {
+            const Row row { QString::fromUtf8(name) };
+            init();
+            QByteArray reply = sent;
+            reply.replace("%1", m_server.baseUrl().toEncoded());
+            m_server.setResponse("/files/Kestrix.dmg", { 200, "the new image" });
+            const QString destination = m_downloads.filePath(u"Kestrix.dmg"_s);
 
-    void alertForEachReply()
-    {
-        QFETCH(int, status);
-        QFETCH(QByteArray, reply);
-        QFETCH(QString, click);
-        QFETCH(QString, alert);
-        QFETCH(bool, downloads);
-        reply.replace("%1", m_server.baseUrl().toEncoded());
-        m_server.setResponse("/files/Kestrix.dmg", { 200, "the new image" });
-        const QString destination = m_downloads.filePath(u"Kestrix.dmg"_s);
+            m_click = click;
+            QVERIFY(runCheck(&UpdateChecker::checkForUpdate, reply, status));
+            QCOMPARE(m_alerts, alert.isEmpty() ? QStringList() : QStringList { alert });
+            if (downloads) {
+                // Opened once saved, never before.
+                QTRY_COMPARE(m_opened, QList<QUrl> { QUrl::fromLocalFile(destination) });
+                QCOMPARE(readFile(destination), QByteArray("the new image"));
+            }
 
-        m_click = click;
-        QVERIFY(runCheck(&UpdateChecker::checkForUpdate, reply, status));
-        QCOMPARE(m_alerts, alert.isEmpty() ? QStringList() : QStringList { alert });
-        if (downloads) {
-            // Opened once saved, never before.
-            QTRY_COMPARE(m_opened, QList<QUrl> { QUrl::fromLocalFile(destination) });
-            QCOMPARE(readFile(destination), QByteArray("the new image"));
+            m_click.clear(); // Later
+            QVERIFY(runCheck(&UpdateChecker::checkSilently, reply, status));
+            QCOMPARE(m_alerts, alert.startsWith("Update"_L1) ? QStringList { alert } : QStringList());
+            // One GET of the update query per check, and the installer only when asked for; a download
+            // started by mistake has reached the server before the silent check's request.
+            QCOMPARE(m_server.requests.size(), downloads ? 3 : 2);
+            QCOMPARE(m_server.requests.first().line, QByteArray("GET /checkUpdate/?v=1.0.1 HTTP/1.1"));
+            QCOMPARE(m_opened.size(), downloads ? 1 : 0);
         }
-
-        m_click.clear(); // Later
-        QVERIFY(runCheck(&UpdateChecker::checkSilently, reply, status));
-        QCOMPARE(m_alerts, alert.startsWith("Update"_L1) ? QStringList { alert } : QStringList());
-        // One GET of the update query per check, and the installer only when asked for; a download
-        // started by mistake has reached the server before the silent check's request.
-        QCOMPARE(m_server.requests.size(), downloads ? 3 : 2);
-        QCOMPARE(m_server.requests.first().line, QByteArray("GET /checkUpdate/?v=1.0.1 HTTP/1.1"));
-        QCOMPARE(m_opened.size(), downloads ? 1 : 0);
     }
 
     // In the interface language, mirrored for one written from the right; "OK" in every language.
-    void alertsFollowTheLanguage_data()
-    {
-        QTest::addColumn<QString>("language");
-        QTest::addColumn<Qt::LayoutDirection>("direction");
-        QTest::newRow("Korean") << u"ko"_s << Qt::LeftToRight;
-        for (const char *code : { "ar", "he", "fa", "ur" })
-            QTest::newRow(code) << QString::fromLatin1(code) << Qt::RightToLeft;
-    }
-
     void alertsFollowTheLanguage()
     {
-        QFETCH(QString, language);
-        QFETCH(Qt::LayoutDirection, direction);
-        SettingsStore::shared().setValue(SettingsKeys::language, language);
-        QVERIFY(runCheck(&UpdateChecker::checkForUpdate, json("{'updateAvailable':false,'latestVersion':'1.0.1'}")));
-        QCOMPARE(m_alerts, QStringList { L10n::noUpdateTitle() + u'|' + L10n::noUpdateMessage() + "|*OK"_L1 });
-        QVERIFY(!m_alerts.first().startsWith("No Updates"_L1));
-        QCOMPARE(m_directions, QList<Qt::LayoutDirection> { direction });
-        QVERIFY(runCheck(&UpdateChecker::checkSilently, json("{'updateAvailable':true,'latestVersion':'1.2'}")));
-        QVERIFY(m_alerts.first().startsWith(L10n::updateAvailable()));
-        QCOMPARE(m_directions, QList<Qt::LayoutDirection> { direction });
+        for (const char *code : { "ko", "ar", "he", "fa", "ur" }) {
+            const QString language = QString::fromLatin1(code);
+            const Row row { language };
+            const Qt::LayoutDirection direction = language == "ko"_L1 ? Qt::LeftToRight : Qt::RightToLeft;
+            SettingsStore::shared().setValue(SettingsKeys::language, language);
+            QVERIFY(
+                runCheck(&UpdateChecker::checkForUpdate, json("{'updateAvailable':false,'latestVersion':'1.0.1'}")));
+            QCOMPARE(m_alerts, QStringList { L10n::noUpdateTitle() + u'|' + L10n::noUpdateMessage() + "|*OK"_L1 });
+            QVERIFY(!m_alerts.first().startsWith("No Updates"_L1));
+            QCOMPARE(m_directions, QList<Qt::LayoutDirection> { direction });
+            QVERIFY(runCheck(&UpdateChecker::checkSilently, json("{'updateAvailable':true,'latestVersion':'1.2'}")));
+            QVERIFY(m_alerts.first().startsWith(L10n::updateAvailable()));
+            QCOMPARE(m_directions, QList<Qt::LayoutDirection> { direction });
+        }
     }
 
     void serverThatNeverAnswersBlocksNothing()
