@@ -335,6 +335,11 @@ void GrabScrollManagerTest::momentumFollowsTheDragDirection()
     engine->momentumTick(*platform);
     // -10 * 2 = -20 average; the first step carries 0.97 of it.
     QCOMPARE(describe(platform->posted.back()), u"scroll pixel -19 0 phases 0 1 1"_s);
+    // Sideways alike, and the run goes on while only the horizontal velocity is left.
+    runScript(*engine, *platform, u"down | drag 10 0 | up"_s);
+    engine->momentumTick(*platform);
+    engine->momentumTick(*platform);
+    QCOMPARE(describe(platform->posted.back()), u"scroll pixel 0 -18 phases 0 2 1"_s);
 }
 
 // Start and stop are idempotent and logged, a stop mid-drag passes the rest, and the platform's
