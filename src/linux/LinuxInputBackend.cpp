@@ -204,7 +204,10 @@ void LinuxInputBackend::applySettings(const InputSettings &settings)
             udev_device_unref(device);
         }
     }
-    devicesChanged();
+    // Only a change of the list is published: a speed slider dragged in the window changes the
+    // settings many times a second, and the mice stay the same.
+    if (m_listChanged)
+        devicesChanged();
 }
 
 bool LinuxInputBackend::isDisabled(const MouseIdentity &identity) const
