@@ -83,6 +83,7 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
     }
     const char *twinNode = libevdev_uinput_get_devnode(device->m_twin);
     device->m_twinNode = twinNode != nullptr ? twinNode : "";
+    device->readKeys(device->m_sourceKeys);
     return device;
 }
 
@@ -107,14 +108,25 @@ PointerDevice::~PointerDevice()
 
 int PointerDevice::fd() const { return m_fd; }
 
+bool PointerDevice::readKeys(std::bitset<KEY_CNT> &keys) const
+{
+    std::array<unsigned char, KEY_CNT / 8 + 1> bits {};
+    if (ioctl(m_fd, EVIOCGKEY(bits.size()), bits.data()) < 0)
+        return false;
+    keys.reset();
+    for (std::size_t code = 0; code < KEY_CNT; ++code) {
+        if ((bits[code / 8] & (1U << (code % 8))) != 0)
+            keys.set(code);
+    }
+    return true;
+}
+
+// Asked of the kernel rather than of the frames read so far: a grab waits for the hand, and the
+// hand may have let go in a frame still queued.
 bool PointerDevice::anyKeyHeld() const
 {
-    for (unsigned int code = 0; code < KEY_CNT; ++code) {
-        if (libevdev_has_event_code(m_source, EV_KEY, code) != 0
-            && libevdev_get_event_value(m_source, EV_KEY, code) != 0)
-            return true;
-    }
-    return false;
+    std::bitset<KEY_CNT> keys;
+    return readKeys(keys) && keys.any();
 }
 
 bool PointerDevice::grab()
@@ -152,36 +164,74 @@ bool PointerDevice::releaseGrab(std::int64_t nowNs)
 PointerDevice::ReadStatus PointerDevice::readFrame(std::vector<input_event> &frame)
 {
     for (;;) {
-        input_event event {};
-        const int rc
-            = libevdev_next_event(m_source, m_syncing ? LIBEVDEV_READ_FLAG_SYNC : LIBEVDEV_READ_FLAG_NORMAL, &event);
-        if (rc == -EAGAIN) {
-            if (m_syncing) {
-                m_syncing = false;
+        while (m_blockNext < m_blockEnd) {
+            const input_event &event = m_block[m_blockNext++];
+            if (event.type == EV_SYN && event.code == SYN_DROPPED) {
+                resynchronise(frame);
+                if (frame.size() > 1)
+                    return ReadStatus::Frame;
                 continue;
             }
+            if (event.type == EV_KEY && event.code < KEY_CNT && event.value != 2) {
+                // Only a change: after a resynchronisation, a key event that was queued while the
+                // kernel's state was read already counts in that state.
+                if (m_sourceKeys.test(event.code) == (event.value != 0))
+                    continue;
+                m_sourceKeys.set(event.code, event.value != 0);
+            }
+            m_partial.push_back(event);
+            if (event.type == EV_SYN && event.code == SYN_REPORT) {
+                frame.swap(m_partial);
+                m_partial.clear();
+                return ReadStatus::Frame;
+            }
+        }
+        // A short block emptied the node's queue when it was read; whatever came since makes the
+        // node readable again, and epoll says so.
+        if (m_blockWasShort) {
+            m_blockWasShort = false;
             return ReadStatus::Drained;
         }
-        if (rc == LIBEVDEV_READ_STATUS_SYNC && !m_syncing) {
-            // SYN_DROPPED: the kernel's buffer overflowed. The partial frame is void; libevdev
-            // hands out the state changes that were lost instead.
-            m_syncing = true;
-            m_partial.clear();
-            Log::write("[Kestrix] " + m_node + " overflowed: events were lost, the button state is resynchronised");
+        const ssize_t got = ::read(m_fd, m_block.data(), sizeof m_block);
+        if (got < 0 && errno == EINTR)
             continue;
-        }
-        if (rc < 0) {
-            if (rc != -ENODEV)
-                Log::write("[Kestrix] Reading " + m_node + " failed: " + describeError(rc));
+        if (got < 0 && errno == EAGAIN)
+            return ReadStatus::Drained;
+        if (got <= 0) {
+            if (got < 0 && errno != ENODEV)
+                Log::write("[Kestrix] Reading " + m_node + " failed: " + describeError(errno));
             return ReadStatus::Gone;
         }
-        m_partial.push_back(event);
-        if (event.type == EV_SYN && event.code == SYN_REPORT) {
-            frame.swap(m_partial);
-            m_partial.clear();
-            return ReadStatus::Frame;
-        }
+        m_blockNext = 0;
+        m_blockEnd = static_cast<std::size_t>(got) / sizeof(input_event);
+        m_blockWasShort = static_cast<std::size_t>(got) < sizeof m_block;
     }
+}
+
+// SYN_DROPPED: the kernel's buffer overflowed. The partial frame is void, and so is everything
+// still queued: it is drained unread, then the keys are asked of the kernel, and the frame handed
+// out instead holds the key changes that were lost. Motion lost is lost.
+void PointerDevice::resynchronise(std::vector<input_event> &frame)
+{
+    Log::write("[Kestrix] " + m_node + " overflowed: events were lost, the button state is resynchronised");
+    m_partial.clear();
+    m_blockNext = m_blockEnd = 0;
+    m_blockWasShort = false;
+    for (int reads = 0; reads < 64; ++reads) { // a bound against a device that never stops
+        const ssize_t got = ::read(m_fd, m_block.data(), sizeof m_block);
+        if (got < static_cast<ssize_t>(sizeof m_block) && !(got < 0 && errno == EINTR))
+            break;
+    }
+    frame.clear();
+    std::bitset<KEY_CNT> keys;
+    if (readKeys(keys)) {
+        for (std::uint16_t code = 0; code < KEY_CNT; ++code) {
+            if (keys.test(code) != m_sourceKeys.test(code))
+                frame.push_back(makeEvent(EV_KEY, code, keys.test(code) ? 1 : 0));
+        }
+        m_sourceKeys = keys;
+    }
+    frame.push_back(makeEvent(EV_SYN, SYN_REPORT, 0));
 }
 
 bool PointerDevice::writeFrame(std::span<const input_event> frame)
@@ -195,7 +245,7 @@ bool PointerDevice::writeLocked(std::span<const input_event> frame)
     const auto size = static_cast<ssize_t>(frame.size_bytes());
     ssize_t written = 0;
     do {
-        written = ::write(libevdev_uinput_get_fd(m_twin), frame.data(), frame.size_bytes());
+        written = ::write(m_uinputFd, frame.data(), frame.size_bytes());
     } while (written < 0 && errno == EINTR);
     if (written != size)
         return false;

@@ -4,6 +4,7 @@
 
 #include <linux/input.h>
 
+#include <array>
 #include <atomic>
 #include <bitset>
 #include <cstdint>
@@ -18,9 +19,9 @@ struct libevdev_uinput;
 
 namespace kestrix {
 
-// One physical pointer taken over by Kestrix: its event node (the source), read through libevdev
-// and grabbed so nobody else sees its events, and the virtual twin made through uinput that
-// re-emits what Kestrix lets through.
+// One physical pointer taken over by Kestrix: its event node (the source), described by libevdev,
+// read in blocks straight from the node and grabbed so nobody else sees its events, and the virtual twin made through
+// uinput that re-emits what Kestrix lets through.
 //
 // The twin has the source's name, bus, vendor, product, version and capabilities, so the desktop's
 // per-device settings and quirks apply to it as they did to the source, plus the four wheel axes
@@ -65,7 +66,7 @@ public:
 
     enum class ReadStatus : std::uint8_t { Frame, Drained, Gone };
     // The next complete frame, up to and including its SYN_REPORT. After a SYN_DROPPED the frame is
-    // libevdev's resynchronisation: the key changes that were lost, closed by a SYN_REPORT.
+    // the resynchronisation: the key changes that were lost, closed by a SYN_REPORT.
     ReadStatus readFrame(std::vector<input_event> &frame);
 
     // Writes one frame to the twin in a single write. False when the twin refused it.
@@ -76,6 +77,8 @@ private:
     PointerDevice() = default;
     void releaseTwinKeysLocked();
     bool writeLocked(std::span<const input_event> frame);
+    bool readKeys(std::bitset<KEY_CNT> &keys) const;
+    void resynchronise(std::vector<input_event> &frame);
 
     std::string m_node;
     std::string m_twinNode;
@@ -89,8 +92,15 @@ private:
     int m_fd = -1;
     int m_uinputFd = -1; // the twin's handle, owned here because libevdev was given it
 
-    bool m_syncing = false;
+    // What one read() brought: the node is read in blocks, one system call for every frame that
+    // is waiting, and a block shorter than the buffer means nothing else was waiting.
+    std::array<input_event, 64> m_block {};
+    std::size_t m_blockNext = 0;
+    std::size_t m_blockEnd = 0;
+    bool m_blockWasShort = false;
     std::vector<input_event> m_partial;
+    // The source's keys as the frames handed out left them.
+    std::bitset<KEY_CNT> m_sourceKeys;
 
     mutable std::mutex m_outputMutex; // guards the twin's output, its key state and the grab
     std::atomic<bool> m_grabbed { false }; // written under the mutex, read without it
