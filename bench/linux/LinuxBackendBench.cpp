@@ -9,6 +9,7 @@
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 #include "engine/GrabScrollManager.h"
+#include "engine/ScrollConfig.h"
 #include "linux/InputThread.h"
 
 #include <QCoreApplication>
@@ -22,6 +23,7 @@
 #include <sys/syscall.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
@@ -37,10 +39,9 @@ using namespace kestrix::test;
 
 namespace {
 
-constexpr int framesPerRun = 500;
-// The machine is shared and the VM emulated: rounds alternate between the floor and Kestrix, and
-// each figure is the best of its rounds, the one least disturbed by the neighbours.
-constexpr int rounds = 10;
+// Rounds alternate pointer motion and scrolling drags; every figure is over all their frames.
+constexpr int framesPerRound = 500;
+constexpr int rounds = 6;
 
 std::int64_t nowNs(clockid_t clock = CLOCK_MONOTONIC)
 {
@@ -85,64 +86,82 @@ std::int64_t awaitFrame(int fd, int type, int code, int timeoutMs = 2000)
     }
 }
 
-struct Figures
+// One way from a hand to a desktop: a mouse, the thread that forwards it, the twin it comes out of.
+struct Path
 {
-    double medianLatencyUs = 0;
-    double p99LatencyUs = 0;
-    double cpuPerFrameUs = 0;
+    const char *name;
+    VirtualMouse *mouse = nullptr;
+    int dy = 0; // every frame moves (1, dy)
+    std::string twinNode;
+    pthread_t forwarder {};
+    std::vector<double> latenciesUs;
+    std::int64_t cpuNs = 0;
 };
 
-// Writes frames with `perFrame` one at a time, each once the previous one came out of `twinNode`, and
-// measures from just before the write to the kernel's timestamp on the twin. CPU is that of the
-// forwarding thread, `forwarder`.
-Figures drive(const std::string &twinNode, pthread_t forwarder, const std::function<void()> &perFrame)
+// Frames go to the paths in turn, each once the previous one came out of its twin, the order
+// rotating from frame to frame: every path meets the machine's neighbours at the same moments,
+// which is what makes their figures comparable on a shared host. Latency runs from just before
+// the write to the kernel's timestamp on the twin; CPU is that of each path's forwarding thread.
+void drive(const std::vector<Path *> &paths, int frames)
 {
-    const int twin = openReader(twinNode);
-    clockid_t forwarderClock {};
-    pthread_getcpuclockid(forwarder, &forwarderClock);
-    std::vector<double> latencies;
-    latencies.reserve(framesPerRun);
-    const std::int64_t cpuStart = nowNs(forwarderClock);
-    for (int i = 0; i < framesPerRun; ++i) {
-        const std::int64_t written = nowNs();
-        perFrame();
-        const std::int64_t arrived = awaitFrame(twin, EV_REL, REL_X);
-        if (arrived < 0) {
-            std::fprintf(stderr, "bench: a frame did not come out of the twin\n");
-            break;
+    std::vector<int> twins;
+    std::vector<clockid_t> clocks(paths.size());
+    std::vector<std::int64_t> cpuStart(paths.size());
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        twins.push_back(openReader(paths[i]->twinNode));
+        pthread_getcpuclockid(paths[i]->forwarder, &clocks[i]);
+        cpuStart[i] = nowNs(clocks[i]);
+    }
+    for (int frame = 0; frame < frames; ++frame) {
+        for (std::size_t k = 0; k < paths.size(); ++k) {
+            const std::size_t i = (k + static_cast<std::size_t>(frame)) % paths.size();
+            const std::int64_t written = nowNs();
+            paths[i]->mouse->move(1, paths[i]->dy);
+            const std::int64_t arrived = awaitFrame(twins[i], EV_REL, REL_X);
+            if (arrived < 0) {
+                std::fprintf(stderr, "bench: a frame did not come out of the twin of %s\n", paths[i]->name);
+                return;
+            }
+            paths[i]->latenciesUs.push_back(static_cast<double>(arrived - written) / 1000.0);
         }
-        latencies.push_back(static_cast<double>(arrived - written) / 1000.0);
     }
-    const std::int64_t cpu = nowNs(forwarderClock) - cpuStart;
-    ::close(twin);
-    std::sort(latencies.begin(), latencies.end());
-    Figures figures;
-    if (!latencies.empty()) {
-        figures.medianLatencyUs = latencies[latencies.size() / 2];
-        figures.p99LatencyUs = latencies[latencies.size() * 99 / 100];
-        figures.cpuPerFrameUs = static_cast<double>(cpu) / 1000.0 / static_cast<double>(latencies.size());
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        paths[i]->cpuNs += nowNs(clocks[i]) - cpuStart[i];
+        ::close(twins[i]);
     }
-    return figures;
 }
 
-// The floor: grab, read whatever is there, write the same bytes to a uinput twin. Runs on this
-// thread until `stopFd` is written.
-void minimalForwarder(const std::string &sourceNode, int stopFd, std::string &twinNode, std::atomic<bool> &ready)
+// The floor: grab, read whatever is there, write the same bytes to a uinput twin. With
+// `addWheel`, every frame also carries one high-resolution wheel event before its SYN_REPORT: the
+// least a scrolling frame writes. Runs on this thread until `stopFd` is written.
+void minimalForwarder(
+    const std::string &sourceNode, int stopFd, bool addWheel, std::string &twinNode, std::atomic<bool> &ready)
 {
     const int source = ::open(sourceNode.c_str(), O_RDONLY | O_CLOEXEC);
     ioctl(source, EVIOCGRAB, 1);
     libevdev *description = nullptr;
     libevdev_new_from_fd(source, &description);
+    libevdev_enable_event_code(description, EV_REL, REL_WHEEL_HI_RES, nullptr);
     libevdev_uinput *twin = nullptr;
     libevdev_uinput_create_from_device(description, LIBEVDEV_UINPUT_OPEN_MANAGED, &twin);
     twinNode = libevdev_uinput_get_devnode(twin);
     ready.store(true);
     const int out = libevdev_uinput_get_fd(twin);
     pollfd entries[2] = { { source, POLLIN, 0 }, { stopFd, POLLIN, 0 } };
-    input_event events[64];
+    input_event events[65];
     while (poll(entries, 2, -1) > 0 && (entries[1].revents & POLLIN) == 0) {
-        const ssize_t got = ::read(source, events, sizeof events);
-        if (got > 0 && ::write(out, events, static_cast<std::size_t>(got)) != got)
+        const ssize_t got = ::read(source, events, sizeof events - sizeof(input_event));
+        if (got <= 0)
+            break;
+        auto count = static_cast<std::size_t>(got) / sizeof(input_event);
+        if (addWheel) {
+            events[count] = events[count - 1];
+            events[count - 1].type = EV_REL;
+            events[count - 1].code = REL_WHEEL_HI_RES;
+            events[count - 1].value = 12;
+            ++count;
+        }
+        if (::write(out, events, count * sizeof(input_event)) != static_cast<ssize_t>(count * sizeof(input_event)))
             break;
     }
     libevdev_uinput_destroy(twin);
@@ -191,7 +210,17 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     SettingsStore::shared().setValue(SettingsKeys::scrollSpeed, 1.0);
 
+    // The floors' mice are switched off for Kestrix: each is grabbed by a minimal forwarder.
     VirtualMouse mouse("Kestrix Bench Mouse");
+    const char *floorNames[]
+        = { "Kestrix Bench Floor Motion", "Kestrix Bench Floor Drag", "Kestrix Bench Floor Wheel" };
+    VirtualMouse motionFloorMouse(floorNames[0]);
+    VirtualMouse dragFloorMouse(floorNames[1]);
+    VirtualMouse wheelFloorMouse(floorNames[2]);
+    for (const char *floorName : floorNames)
+        ScrollConfig::setMouseDisabled({ 0x4b58, 0x0001, QString::fromUtf8(floorName) }, true);
+    if (!motionFloorMouse.isValid() || !dragFloorMouse.isValid() || !wheelFloorMouse.isValid())
+        return 1;
     if (!mouse.isValid())
         return 1;
     const std::string sourceNode = mouse.node().toStdString();
@@ -203,28 +232,7 @@ int main(int argc, char **argv)
         inputThread = pthread_self();
         inputTid = static_cast<pid_t>(syscall(SYS_gettid));
     });
-
-    std::vector<Figures> floorRounds;
-    std::vector<Figures> plainRounds;
-    std::vector<Figures> scrollingRounds;
     std::string twinNode;
-    // The floor, on this thread, with the driver on another.
-    const pthread_t mainThread = pthread_self();
-    const auto runFloor = [&] {
-        const int stopFd = eventfd(0, EFD_CLOEXEC);
-        std::string floorTwin;
-        std::atomic<bool> ready { false };
-        std::thread driver([&] {
-            while (!ready.load())
-                std::this_thread::yield();
-            floorRounds.push_back(drive(floorTwin, mainThread, [&] { mouse.move(1, 0); }));
-            const std::uint64_t one = 1;
-            [[maybe_unused]] const ssize_t written = ::write(stopFd, &one, sizeof one);
-        });
-        minimalForwarder(sourceNode, stopFd, floorTwin, ready);
-        driver.join();
-        ::close(stopFd);
-    };
     const auto takeOver = [&] {
         input.start();
         twinNode.clear();
@@ -236,48 +244,45 @@ int main(int argc, char **argv)
             return !twinNode.empty();
         });
     };
-    const auto runKestrix = [&] {
-        if (!takeOver())
-            return false;
-        plainRounds.push_back(drive(twinNode, inputThread, [&] { mouse.move(1, 0); }));
-        // Scrolling: every frame is a drag the engine turns into a wheel frame as well.
+    if (!takeOver()) {
+        std::fprintf(stderr, "bench: the backend did not take the mouse over\n");
+        return 1;
+    }
+
+    // The floors: the motion frame forwarded, the drag frame (both axes) forwarded, and the drag
+    // frame forwarded with the one wheel event a scrolling frame cannot do without.
+    Path motionFloor { "floor: motion frame forwarded", &motionFloorMouse, 0, {}, {}, {}, 0 };
+    Path dragFloor { "floor: drag frame forwarded", &dragFloorMouse, 1, {}, {}, {}, 0 };
+    Path wheelFloor { "floor: drag frame plus a wheel event", &wheelFloorMouse, 1, {}, {}, {}, 0 };
+    Path plain { "Kestrix, pointer motion", &mouse, 0, twinNode, inputThread, {}, 0 };
+    Path scrolling { "Kestrix, scrolling drag", &mouse, 1, twinNode, inputThread, {}, 0 };
+    const int stopFd = eventfd(0, EFD_CLOEXEC);
+    std::vector<std::thread> forwarders;
+    for (Path *floor : { &motionFloor, &dragFloor, &wheelFloor }) {
+        std::atomic<bool> ready { false };
+        forwarders.emplace_back([&, floor] {
+            floor->forwarder = pthread_self();
+            minimalForwarder(floor->mouse->node().toStdString(), stopFd, floor == &wheelFloor, floor->twinNode, ready);
+        });
+        while (!ready.load())
+            std::this_thread::yield();
+    }
+
+    // Scrolling: every frame is a drag the engine turns into a wheel frame as well.
+    for (int round = 0; round < rounds; ++round) {
+        drive({ &motionFloor, &plain }, framesPerRound);
         SettingsStore::shared().setValue(SettingsKeys::momentumScroll, false);
         mouse.press(BTN_RIGHT);
         mouse.move(0, 10);
-        scrollingRounds.push_back(drive(twinNode, inputThread, [&] { mouse.move(1, 1); }));
+        drive({ &dragFloor, &wheelFloor, &scrolling }, framesPerRound);
         mouse.release(BTN_RIGHT);
         SettingsStore::shared().remove(SettingsKeys::momentumScroll);
-        input.stop();
-        return waitFor([&] { return input.devices().empty(); });
-    };
-    // Alternating which goes first, so neither always meets the other's leftovers.
-    for (int round = 0; round < rounds; ++round) {
-        if (round % 2 == 0)
-            runFloor();
-        if (!runKestrix()) {
-            std::fprintf(stderr, "bench: the backend did not take the mouse over\n");
-            return 1;
-        }
-        if (round % 2 == 1)
-            runFloor();
     }
-    if (!takeOver()) // for the momentum and idle figures below
-        return 1;
-
-    const auto best = [](std::vector<Figures> all) {
-        Figures result;
-        const auto pick = [&](double Figures::*field) {
-            std::sort(all.begin(), all.end(), [&](const Figures &a, const Figures &b) { return a.*field < b.*field; });
-            result.*field = all.front().*field;
-        };
-        pick(&Figures::medianLatencyUs);
-        pick(&Figures::p99LatencyUs);
-        pick(&Figures::cpuPerFrameUs);
-        return result;
-    };
-    const Figures floor = best(floorRounds);
-    const Figures plain = best(plainRounds);
-    const Figures scrolling = best(scrollingRounds);
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const ssize_t stopped = ::write(stopFd, &one, sizeof one);
+    for (std::thread &forwarder : forwarders)
+        forwarder.join();
+    ::close(stopFd);
 
     // Momentum of a quick flick: the spacing of its wheel frames on the twin.
     std::vector<double> intervalsMs;
@@ -361,19 +366,36 @@ int main(int argc, char **argv)
     input.stop();
     waitFor([&] { return input.devices().empty(); });
 
-    const auto line = [](const char *name, const Figures &f) {
-        std::printf("  %-34s median %7.1f us   p99 %7.1f us   CPU %6.1f us/frame\n", name, f.medianLatencyUs,
-            f.p99LatencyUs, f.cpuPerFrameUs);
+    struct Figures
+    {
+        double medianUs = 0;
+        double p99Us = 0;
+        double cpuUs = 0;
     };
-    std::printf(
-        "Linux backend, mouse to twin (kernel timestamps), best of %d rounds of %d frames:\n", rounds, framesPerRun);
-    line("minimal forwarder (floor)", floor);
-    line("Kestrix, pointer motion", plain);
-    line("Kestrix, scrolling drag (+wheel)", scrolling);
-    std::printf(
-        "  ratio to the floor: latency %.2fx (motion), %.2fx (scrolling); CPU %.2fx (motion), %.2fx (scrolling)\n",
-        plain.medianLatencyUs / floor.medianLatencyUs, scrolling.medianLatencyUs / floor.medianLatencyUs,
-        plain.cpuPerFrameUs / floor.cpuPerFrameUs, scrolling.cpuPerFrameUs / floor.cpuPerFrameUs);
+    const auto figures = [](Path &path) {
+        std::vector<double> &all = path.latenciesUs;
+        std::sort(all.begin(), all.end());
+        if (all.empty())
+            return Figures {};
+        return Figures { all[all.size() / 2], all[all.size() * 99 / 100],
+            static_cast<double>(path.cpuNs) / 1000.0 / static_cast<double>(all.size()) };
+    };
+    std::printf("Linux backend, mouse to twin (kernel timestamps), %d frames a path, in turn with the floors:\n",
+        rounds * framesPerRound);
+    for (Path *path : { &motionFloor, &dragFloor, &wheelFloor, &plain, &scrolling }) {
+        const Figures f = figures(*path);
+        std::printf(
+            "  %-38s median %6.1f us   p99 %7.1f us   CPU %6.1f us/frame\n", path->name, f.medianUs, f.p99Us, f.cpuUs);
+    }
+    const auto ratios = [&](const char *name, Path &path, Path &base) {
+        const Figures a = figures(path);
+        const Figures b = figures(base);
+        std::printf("  %s: median %.2fx, p99 %.2fx, CPU %.2fx\n", name, a.medianUs / b.medianUs, a.p99Us / b.p99Us,
+            a.cpuUs / b.cpuUs);
+    };
+    ratios("pointer motion to its floor", plain, motionFloor);
+    ratios("scrolling drag to the drag frame forwarded", scrolling, dragFloor);
+    ratios("scrolling drag to the drag frame plus a wheel event", scrolling, wheelFloor);
     std::printf("  idle 2 s: input thread woken %ld time(s), other threads %ld (this one's own sleep included)\n",
         inputWakeUps, otherWakeUps);
     std::printf("  GUI thread stopped 2 s during a 125 Hz drag: longest gap on the twin %.1f ms, between the "
