@@ -95,26 +95,31 @@ struct Path
     std::string twinNode;
     pthread_t forwarder {};
     std::vector<double> latenciesUs;
-    std::int64_t cpuNs = 0;
+    std::vector<double> cpuUs; // the forwarding thread's CPU from one frame of this path to the next
 };
 
 // Frames go to the paths in turn, each once the previous one came out of its twin, the order
 // rotating from frame to frame: every path meets the machine's neighbours at the same moments,
 // which is what makes their figures comparable on a shared host. Latency runs from just before
-// the write to the kernel's timestamp on the twin; CPU is that of each path's forwarding thread.
+// the write to the kernel's timestamp on the twin. CPU is read from the forwarding thread's clock
+// at every frame of its path, so a frame's figure holds all its work, and a median of them leaves
+// out the bursts in which the emulated CPU stood still on the host and the guest counted it.
 void drive(const std::vector<Path *> &paths, int frames)
 {
     std::vector<int> twins;
     std::vector<clockid_t> clocks(paths.size());
-    std::vector<std::int64_t> cpuStart(paths.size());
+    std::vector<std::int64_t> lastCpu(paths.size(), -1);
     for (std::size_t i = 0; i < paths.size(); ++i) {
         twins.push_back(openReader(paths[i]->twinNode));
         pthread_getcpuclockid(paths[i]->forwarder, &clocks[i]);
-        cpuStart[i] = nowNs(clocks[i]);
     }
     for (int frame = 0; frame < frames; ++frame) {
         for (std::size_t k = 0; k < paths.size(); ++k) {
             const std::size_t i = (k + static_cast<std::size_t>(frame)) % paths.size();
+            const std::int64_t cpu = nowNs(clocks[i]);
+            if (lastCpu[i] >= 0)
+                paths[i]->cpuUs.push_back(static_cast<double>(cpu - lastCpu[i]) / 1000.0);
+            lastCpu[i] = cpu;
             const std::int64_t written = nowNs();
             paths[i]->mouse->move(1, paths[i]->dy);
             const std::int64_t arrived = awaitFrame(twins[i], EV_REL, REL_X);
@@ -125,10 +130,8 @@ void drive(const std::vector<Path *> &paths, int frames)
             paths[i]->latenciesUs.push_back(static_cast<double>(arrived - written) / 1000.0);
         }
     }
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        paths[i]->cpuNs += nowNs(clocks[i]) - cpuStart[i];
-        ::close(twins[i]);
-    }
+    for (const int twin : twins)
+        ::close(twin);
 }
 
 // The floor: grab, read whatever is there, write the same bytes to a uinput twin. With
@@ -251,11 +254,11 @@ int main(int argc, char **argv)
 
     // The floors: the motion frame forwarded, the drag frame (both axes) forwarded, and the drag
     // frame forwarded with the one wheel event a scrolling frame cannot do without.
-    Path motionFloor { "floor: motion frame forwarded", &motionFloorMouse, 0, {}, {}, {}, 0 };
-    Path dragFloor { "floor: drag frame forwarded", &dragFloorMouse, 1, {}, {}, {}, 0 };
-    Path wheelFloor { "floor: drag frame plus a wheel event", &wheelFloorMouse, 1, {}, {}, {}, 0 };
-    Path plain { "Kestrix, pointer motion", &mouse, 0, twinNode, inputThread, {}, 0 };
-    Path scrolling { "Kestrix, scrolling drag", &mouse, 1, twinNode, inputThread, {}, 0 };
+    Path motionFloor { "floor: motion frame forwarded", &motionFloorMouse, 0, {}, {}, {}, {} };
+    Path dragFloor { "floor: drag frame forwarded", &dragFloorMouse, 1, {}, {}, {}, {} };
+    Path wheelFloor { "floor: drag frame plus a wheel event", &wheelFloorMouse, 1, {}, {}, {}, {} };
+    Path plain { "Kestrix, pointer motion", &mouse, 0, twinNode, inputThread, {}, {} };
+    Path scrolling { "Kestrix, scrolling drag", &mouse, 1, twinNode, inputThread, {}, {} };
     const int stopFd = eventfd(0, EFD_CLOEXEC);
     std::vector<std::thread> forwarders;
     for (Path *floor : { &motionFloor, &dragFloor, &wheelFloor }) {
@@ -374,11 +377,12 @@ int main(int argc, char **argv)
     };
     const auto figures = [](Path &path) {
         std::vector<double> &all = path.latenciesUs;
+        std::vector<double> &cpu = path.cpuUs;
         std::sort(all.begin(), all.end());
-        if (all.empty())
+        std::sort(cpu.begin(), cpu.end());
+        if (all.empty() || cpu.empty())
             return Figures {};
-        return Figures { all[all.size() / 2], all[all.size() * 99 / 100],
-            static_cast<double>(path.cpuNs) / 1000.0 / static_cast<double>(all.size()) };
+        return Figures { all[all.size() / 2], all[all.size() * 99 / 100], cpu[cpu.size() / 2] };
     };
     std::printf("Linux backend, mouse to twin (kernel timestamps), %d frames a path, in turn with the floors:\n",
         rounds * framesPerRound);

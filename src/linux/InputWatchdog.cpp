@@ -80,9 +80,9 @@ bool InputWatchdog::sleepUntil(std::int64_t deadline)
     }
 }
 
-// One round: sleep until a node has input, then give the main thread `limit` to read it. If it
+// One round: sleep until a node has input, then give the input thread `limit` to read it. If it
 // ran a service pass since, the input now waiting is newer and gets its own `limit`; if not, the
-// main thread is stuck and the grabs go.
+// input thread is stuck and the grabs go.
 void InputWatchdog::run()
 {
     std::vector<pollfd> polled;

@@ -10,9 +10,9 @@
 
 namespace kestrix {
 
-// Never a dead mouse: while Kestrix holds a grab, the mouse only works through the main thread.
+// Never a dead mouse: while Kestrix holds a grab, the mouse only works through the input thread.
 // This thread watches the grabbed nodes and, when input has been waiting unread for `limit` while
-// the main thread has not serviced any, calls `release` (on this thread) to give every mouse back.
+// the input thread has not serviced any, calls `release` (on this thread) to give every mouse back.
 //
 // It sleeps in poll() on the nodes, so an idle mouse wakes it never; during input it wakes when a
 // frame arrives and then at most once per `limit`.
@@ -28,7 +28,7 @@ public:
 
     // The nodes to watch; the thread picks them up at once.
     void watch(std::vector<int> fds);
-    // The main thread has read every node dry just now. Called from the main thread, once per
+    // The input thread has read every node dry just now. Called from the input thread, once per
     // pass: a counter, so the path of every frame reads no clock.
     void serviced() { m_services.fetch_add(1, std::memory_order_relaxed); }
 

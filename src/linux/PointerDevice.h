@@ -27,7 +27,7 @@ namespace kestrix {
 // per-device settings and quirks apply to it as they did to the source, plus the four wheel axes
 // Kestrix scrolls with. Its phys string carries the marker, so no copy of Kestrix ever grabs it.
 //
-// Thread use: everything runs on the main thread except releaseGrab(), which the watchdog calls
+// Thread use: everything runs on the input thread except releaseGrab(), which the watchdog calls
 // from its own thread; the twin's output and the grab are guarded by one mutex for that.
 class PointerDevice
 {

@@ -167,7 +167,7 @@ private Q_SLOTS:
     // A short press is withheld, then replayed once as a plain click, press and release in frames
     // of their own, leaving nothing pressed; nothing of it reaches another reader of the grabbed
     // source. When the kernel's buffer overflows as the button goes up, the release is lost with
-    // it, and libevdev's resynchronisation still ends the press with that one click. A plain
+    // it, and the resynchronisation still ends the press with that one click. A plain
     // wheel notch passes with its high-resolution value added.
     void shortClick_data()
     {
@@ -204,7 +204,7 @@ private Q_SLOTS:
         } else {
             mouse.release(BTN_RIGHT);
         }
-        // What came after an overflow is lost as well (libevdev discards it when it resynchronises),
+        // What came after an overflow is lost as well (the resynchronisation drains it unread),
         // so the sync waits until the backend has been through it.
         QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Idle, deadlineMs);
         SYNC(mouse, twin);
