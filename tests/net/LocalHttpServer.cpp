@@ -1,7 +1,6 @@
 #include "LocalHttpServer.h"
 
 #include <QDir>
-#include <QFile>
 #include <QHostAddress>
 #include <QTcpSocket>
 #include <QTimer>
