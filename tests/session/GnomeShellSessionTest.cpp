@@ -106,13 +106,8 @@ private Q_SLOTS:
         QTRY_VERIFY(app.available());
 
         std::optional<WindowApp> looked;
-        bool answered = false;
-        app.lookUpOnce([&](std::optional<WindowApp> found) {
-            looked = found;
-            answered = true;
-        });
-        QTRY_VERIFY(answered);
-        QVERIFY(looked); // the extension answered (with no focused window)
+        app.lookUpOnce([&](std::optional<WindowApp> found) { looked = found; });
+        QTRY_VERIFY(looked); // the extension answered (with no focused window)
     }
 };
 
