@@ -241,7 +241,7 @@ private Q_SLOTS:
     // On a compositing desktop: clear round the rounded content, with a shadow below it.
     void compositedWindowIsRoundedWithAShadow()
     {
-        Shown shown(true);
+        Shown shown({}, AppSourceStatus::Working, true);
         QVERIFY(QTest::qWaitForWindowExposed(&shown.window));
         const QImage image = shown.window.grab().toImage();
         constexpr int margin = PreferencesWindow::shadowMargin;
