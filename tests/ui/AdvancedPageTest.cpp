@@ -193,40 +193,6 @@ private Q_SLOTS:
         QTest::keyClick(&window, Qt::Key_Escape);
         QVERIFY(!window.isVisible());
     }
-
-    void everyLanguageFitsThePage_data()
-    {
-        QTest::addColumn<QString>("code");
-        for (const Language language : Languages::allCases)
-            QTest::newRow(Languages::rawValue(language).data()) << QString(Languages::rawValue(language));
-    }
-
-    void everyLanguageFitsThePage()
-    {
-        // The fullest page: an unplugged mouse and the GNOME note.
-        QFETCH(QString, code);
-        store().setValue(SettingsKeys::language, code);
-        AdvancedShown shown({ { optical, true, true }, { travel, false, false } }, AppSourceStatus::GnomeExtensionOff);
-        QCoreApplication::processEvents();
-        // Every text whole, inside its parent, and never smaller than 11 pixels.
-        for (const QWidget *widget : shown.get(u"advancedPage"_s)->findChildren<QWidget *>()) {
-            // A list's rows are taller than its window on them: they scroll.
-            if (!widget->isVisible() || widget->objectName().isEmpty()
-                || widget->parentWidget()->objectName() == "qt_scrollarea_viewport"_L1)
-                continue;
-            const QByteArray nameBytes = widget->objectName().toUtf8();
-            const char *name = nameBytes.constData();
-            QVERIFY2(widget->parentWidget()->rect().contains(widget->geometry()), name);
-            const auto *button = qobject_cast<const QAbstractButton *>(widget);
-            if (qobject_cast<const QLabel *>(widget) != nullptr || (button != nullptr && !button->text().isEmpty()))
-                QVERIFY2(widget->font().pixelSize() >= 11, name);
-            if (const auto *label = qobject_cast<const QLabel *>(widget)) {
-                QVERIFY2(label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
-                                           : label->width() >= label->sizeHint().width(),
-                    name);
-            }
-        }
-    }
 };
 
 QTEST_MAIN(AdvancedPageTest)
