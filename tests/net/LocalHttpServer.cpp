@@ -23,13 +23,6 @@ LocalHttpServer::LocalHttpServer(const char *baseUrlVariable)
     });
 }
 
-QUrl LocalHttpServer::baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort())); }
-
-void LocalHttpServer::setResponse(const QByteArray &path, const HttpResponse &response)
-{
-    m_responses.insert(path, response);
-}
-
 void LocalHttpServer::closeUnanswered()
 {
     for (const QPointer<QTcpSocket> &socket : std::exchange(m_hanging, {}))
