@@ -8,6 +8,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QSignalSpy>
@@ -20,24 +21,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// One field of the snapshot as a number, so one table covers every kind of setting.
-double field(const ScrollSettings &settings, const QString &name)
+// The snapshot's fields as numbers, by name, so one table covers every kind of setting.
+QHash<QString, double> fields(const ScrollSettings &s)
 {
-    if (name == "vertical"_L1)
-        return settings.enableVerticalScroll;
-    if (name == "diagonal"_L1)
-        return settings.diagonalScroll;
-    if (name == "reverse"_L1)
-        return settings.reverseScroll;
-    if (name == "momentum"_L1)
-        return settings.momentumScroll;
-    if (name == "speed"_L1)
-        return settings.scrollSpeed;
-    if (name == "button"_L1)
-        return static_cast<double>(settings.triggerButton);
-    if (name == "threshold"_L1)
-        return settings.dragThreshold;
-    return settings.momentumGlide;
+    return { { u"vertical"_s, s.enableVerticalScroll }, { u"diagonal"_s, s.diagonalScroll },
+        { u"reverse"_s, s.reverseScroll }, { u"momentum"_s, s.momentumScroll }, { u"speed"_s, s.scrollSpeed },
+        { u"button"_s, double(s.triggerButton) }, { u"threshold"_s, s.dragThreshold },
+        { u"glide"_s, s.momentumGlide } };
 }
 
 } // namespace
@@ -93,7 +83,8 @@ private Q_SLOTS:
             SettingsStore::shared().setValue(key, stored);
             const QString row = key + u' '
                 + QString::fromUtf8(QJsonDocument(QJsonArray { stored }).toJson(QJsonDocument::Compact)) + u' ';
-            QCOMPARE(row + QString::number(field(ScrollConfig::snapshot(), QString::fromLatin1(name)), 'g', 15),
+            QCOMPARE(
+                row + QString::number(fields(ScrollConfig::snapshot()).value(QString::fromLatin1(name), -1), 'g', 15),
                 row + QString::number(read, 'g', 15));
         }
     }
@@ -130,7 +121,6 @@ private Q_SLOTS:
         QCOMPARE(reader.doubleValue(SettingsKeys::scrollSpeed), 12.3456);
         QCOMPARE(reader.stringValue(SettingsKeys::language), std::optional<QString>(u"true"_s));
         QCOMPARE(reader.boolValue(SettingsKeys::language), std::nullopt);
-        QVERIFY(!reader.contains(SettingsKeys::diagonalScroll));
         QCOMPARE(reader.boolValue(SettingsKeys::diagonalScroll), std::nullopt);
     }
 
@@ -154,11 +144,13 @@ private Q_SLOTS:
         QVERIFY(changed.count() >= 2);
     }
 
+    // A broken file is set aside, named in one log line, and never lost; an empty one is no settings
+    // at all, left where it is without a word.
     void brokenFileIsSetAsideNotLost()
     {
-        // Truncated JSON, not an object, binary junk.
+        // Truncated JSON, not an object, binary junk; empty.
         for (const QByteArray &contents : { QByteArray("{\"scrollSpeed\": 4, \"reverse"), QByteArray("[true, 1]"),
-                 QByteArray("\x00\xff\xfe garbage", 12) }) {
+                 QByteArray("\x00\xff\xfe garbage", 12), QByteArray() }) {
             const Row row { QString::fromLatin1(contents.toHex()) };
             SettingsStore::shared().clear();
             QTemporaryDir folder;
@@ -167,13 +159,15 @@ private Q_SLOTS:
 
             LogLines lines;
             SettingsStore store(path);
-
+            QVERIFY(!store.contains(SettingsKeys::scrollSpeed));
+            const QStringList aside = QDir(folder.path()).entryList({ u"settings.json.broken-*"_s }, QDir::Files);
+            if (contents.isEmpty()) {
+                QVERIFY(lines.isEmpty() && aside.isEmpty());
+                continue;
+            }
             QCOMPARE(lines.size(), 1);
             QVERIFY2(lines[0].startsWith("[Kestrix] Settings file "_L1), qPrintable(lines[0]));
-            QVERIFY(!store.contains(SettingsKeys::scrollSpeed));
             QCOMPARE(ScrollConfig::scrollSpeed(), 3.0);
-
-            const QStringList aside = QDir(folder.path()).entryList({ u"settings.json.broken-*"_s }, QDir::Files);
             QCOMPARE(aside.size(), 1);
             QVERIFY2(lines[0].contains(aside[0]), "the log line names where the file went");
             QCOMPARE(readFile(folder.filePath(aside[0])), contents);
@@ -183,15 +177,6 @@ private Q_SLOTS:
             QCOMPARE(SettingsStore(path).boolValue(SettingsKeys::momentumScroll), std::optional<bool>(false));
             QCOMPARE(readFile(folder.filePath(aside[0])), contents);
         }
-    }
-
-    void emptyFileIsNoSettingsNotABrokenOne()
-    {
-        QTemporaryDir folder;
-        const QString path = folder.filePath(u"settings.json"_s);
-        writeFile(path, "");
-        SettingsStore store(path);
-        QCOMPARE(QDir(folder.path()).entryList(QDir::Files), QStringList { u"settings.json"_s });
     }
 
     void unwritableFolderKeepsTheValueAndSaysSo()

@@ -66,9 +66,6 @@ private Q_SLOTS:
             QVERIFY2(validate.exitCode() == 0, validate.readAll().constData());
         }
 
-        LaunchAtLoginHelper::setEnabled(true); // again: still one entry, still enabled
-        QVERIFY(LaunchAtLoginHelper::isEnabled());
-
         LaunchAtLoginHelper::setEnabled(false);
         QVERIFY(!QFile::exists(LaunchAtLoginHelper::autostartEntryPath()));
         QVERIFY(!LaunchAtLoginHelper::isEnabled());

@@ -1,7 +1,6 @@
 #include "LocalHttpServer.h"
 
 #include <QDir>
-#include <QFile>
 #include <QHostAddress>
 #include <QTcpSocket>
 #include <QTimer>
@@ -22,13 +21,6 @@ LocalHttpServer::LocalHttpServer(const char *baseUrlVariable)
             connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         }
     });
-}
-
-QUrl LocalHttpServer::baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort())); }
-
-void LocalHttpServer::setResponse(const QByteArray &path, const HttpResponse &response)
-{
-    m_responses.insert(path, response);
 }
 
 void LocalHttpServer::closeUnanswered()

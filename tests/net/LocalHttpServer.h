@@ -52,11 +52,11 @@ public:
     // use) never talks to any other host.
     explicit LocalHttpServer(const char *baseUrlVariable);
 
-    QUrl baseUrl() const; // http://127.0.0.1:<port>
+    QUrl baseUrl() const { return QUrl(QStringLiteral("http://127.0.0.1:%1").arg(m_server.serverPort())); }
     QUrl url(const char *path) const { return baseUrl().resolved(QUrl(QString::fromLatin1(path))); }
 
     // The answer to requests whose path (query left out) is `path`; unknown paths get a 404.
-    void setResponse(const QByteArray &path, const HttpResponse &response);
+    void setResponse(const QByteArray &path, const HttpResponse &response) { m_responses.insert(path, response); }
     // Closes every connection still waiting for an answer.
     void closeUnanswered();
 

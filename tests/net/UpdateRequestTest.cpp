@@ -139,76 +139,75 @@ private Q_SLOTS:
         }
     }
 
-    void downloadSavesWhatTheServerSent()
+    // The installer lands in the Downloads folder under the name in its address, replacing an older
+    // file whatever the status. Nothing but a regular file of Kestrix's own lands there, and nothing
+    // outside it changes: a link of the destination's name is replaced, never written through; a
+    // hidden name is refused before anything is sent. A download cut short or stalled leaves the older
+    // file as it was, and no partial file.
+    void downloadStaysInsideDownloads()
     {
         QByteArray image(qsizetype(256) * 1024, '\0'); // more than one read's worth
         for (qsizetype i = 0; i < image.size(); ++i)
             image[i] = char(i * 7 % 251);
-        // The file name in the Downloads folder: an installer replaces an older file, the query left
-        // out; an error page is saved as it is, escapes decoded; an empty body, and an encoded slash
-        // stays inside the folder.
-        const std::tuple<QByteArray, int, QByteArray, QString> rows[]
-            = { { "/files/Kestrix.dmg?token=ab", 200, image, u"Kestrix.dmg"_s },
-                  { "/files/Kestrix%201.2.dmg", 404, "<html>Not Found</html>", u"Kestrix 1.2.dmg"_s },
-                  { "/files/a%2F..%2Fevil", 200, {}, u"evil"_s } };
-        for (const auto &[path, status, body, fileName] : rows) {
-            const Row row { fileName };
-            const QUrl url = m_server.url(path.constData());
-            m_server.setResponse(url.path(QUrl::FullyEncoded).toLatin1(), { status, body });
-            // The folder does not exist yet: finding the destination creates it.
-            QVERIFY(QDir(m_downloads).removeRecursively());
-            const QString destination = InstallerDownload::destinationFor(url);
-            QCOMPARE(destination, m_downloads + u'/' + fileName);
-            writeFile(destination, "an older download");
-
-            m_server.requests.clear();
-            QStringList saved;
-            InstallerDownload::download(url, [&saved](const QString &file) { saved << file; });
-            QTRY_COMPARE(saved, QStringList { destination });
-            QCOMPARE(readFile(destination), body);
-            expectPlainHeaders(m_server.requests.constFirst());
-            // Nothing left behind beside the file.
-            QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files), QStringList { fileName });
-        }
-    }
-
-    // Nothing but a regular file of Kestrix's own lands in the Downloads folder, and nothing outside it
-    // changes: a link of the destination's name is replaced, never written through; a hidden name is
-    // refused before anything is sent.
-    void downloadStaysInsideDownloads()
-    {
-        // The destination a link to a file outside, or to none yet ("" none); a hidden name, plain
-        // and encoded.
-        const std::tuple<QByteArray, QString, bool> rows[] = { { "Kestrix.dmg", u"victim"_s, true },
-            { "Kestrix.dmg", u"absent"_s, true }, { ".bashrc", {}, false }, { "%2Eprofile", {}, false } };
-        for (const auto &[name, linkTo, saved] : rows) {
-            const Row row { QString::fromLatin1(name) + u' ' + linkTo };
+        const QString older = u"older"_s;
+        // What stands at the destination before: an older download, a link to the user's file outside
+        // or to none; the file's name ("" refused). The query is left out,
+        // an error page saved as it is, escapes decoded, and an encoded slash stays inside the folder;
+        // a hidden name, plain and encoded; the connection dropped mid-body, then no data for the
+        // stall limit.
+        const struct
+        {
+            QByteArray path;
+            HttpResponse reply;
+            QString before, fileName;
+        } rows[] = { { "/files/Kestrix.dmg?token=ab", { 200, image }, older, u"Kestrix.dmg"_s },
+            { "/files/Kestrix%201.2.dmg", { 404, "<html>Not Found</html>" }, older, u"Kestrix 1.2.dmg"_s },
+            { "/files/a%2F..%2Fevil", { 200, {} }, older, u"evil"_s },
+            { "/files/Kestrix.dmg", { 200, "the new image" }, u"victim"_s, u"Kestrix.dmg"_s },
+            { "/files/Kestrix.dmg", { 200, "the new image" }, u"absent"_s, u"Kestrix.dmg"_s },
+            { "/files/.bashrc", { 200, "x" }, {}, {} }, { "/files/%2Eprofile", { 200, "x" }, {}, {} },
+            { "/files/Fails.dmg", { 200, "the first part", HttpResponse::Truncate }, older, u"Fails.dmg"_s },
+            { "/files/Fails.dmg", { 200, "the first part", HttpResponse::Stall }, older, u"Fails.dmg"_s } };
+        for (const auto &[path, reply, before, fileName] : rows) {
+            const bool saved = reply.behaviour == HttpResponse::Answer;
+            const Row row { QString::fromLatin1(path) + u' ' + before + u' ' + QString::number(reply.behaviour) };
             const QString outside = m_home.filePath(u"outside"_s);
             QVERIFY(QDir(outside).removeRecursively() && QDir().mkpath(outside));
             writeFile(outside + "/victim"_L1, "the user's own file");
-            QVERIFY(QDir(m_downloads).removeRecursively() && QDir().mkpath(m_downloads));
-            const QString destination = m_downloads + "/Kestrix.dmg"_L1;
-            if (!linkTo.isEmpty())
-                QVERIFY(QFile::link(outside + u'/' + linkTo, destination));
-            m_server.setResponse("/files/" + name, { 200, "the new image" });
+            const QUrl url = m_server.url(path.constData());
+            m_server.setResponse(url.path(QUrl::FullyEncoded).toLatin1(), reply);
+            // The folder does not exist yet: finding the destination creates it.
+            QVERIFY(QDir(m_downloads).removeRecursively());
+            const QString destination = InstallerDownload::destinationFor(url);
+            QCOMPARE(destination, fileName.isEmpty() ? QString() : m_downloads + u'/' + fileName);
+            if (before == older)
+                writeFile(destination, "an older download");
+            else if (!before.isEmpty())
+                QVERIFY(QFile::link(outside + u'/' + before, destination));
+
             m_server.requests.clear();
             LogLines lines;
             QStringList savedAs;
+            QSignalSpy finished(&Network::manager(), &QNetworkAccessManager::finished);
             InstallerDownload::download(
-                m_server.url("/files/" + name), [&savedAs](const QString &file) { savedAs << file; });
-            if (saved) {
-                QTRY_COMPARE(savedAs, QStringList { destination });
-                QVERIFY(!QFileInfo(destination).isSymLink());
-                QCOMPARE(readFile(destination), QByteArray("the new image"));
-            } else {
+                url, [&savedAs](const QString &file) { savedAs << file; },
+                std::chrono::milliseconds(reply.behaviour == HttpResponse::Stall ? 300 : 60000));
+            if (fileName.isEmpty()) {
                 QTest::qWait(200);
                 QVERIFY(savedAs.isEmpty() && m_server.requests.isEmpty());
                 QCOMPARE(lines.size(), 1);
+            } else {
+                QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
+                m_server.closeUnanswered();
+                expectPlainHeaders(m_server.requests.constFirst());
+                QTRY_COMPARE(savedAs, saved ? QStringList { destination } : QStringList());
+                QVERIFY(!QFileInfo(destination).isSymLink());
+                QCOMPARE(readFile(destination), saved ? reply.body : QByteArray("an older download"));
             }
             QCOMPARE(QDir(outside).entryList(QDir::Files), QStringList { u"victim"_s });
             QCOMPARE(readFile(outside + "/victim"_L1), QByteArray("the user's own file"));
             QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden | QDir::System),
-                saved ? QStringList { u"Kestrix.dmg"_s } : QStringList());
+                fileName.isEmpty() ? QStringList() : QStringList { fileName });
         }
     }
 
@@ -223,32 +222,6 @@ private Q_SLOTS:
             QVERIFY(QFileInfo(home + "/Downloads"_L1).isDir());
         }
         setDownloadsFolder(m_downloads);
-    }
-
-    // A download cut short or stalled leaves the older file as it was, and no partial file.
-    void downloadThatFailsKeepsTheOldFile()
-    {
-        // The connection dropped mid-body, then no data for the stall limit.
-        for (const HttpResponse::Behaviour behaviour : { HttpResponse::Truncate, HttpResponse::Stall }) {
-            const Row row { QString::number(int(behaviour)) };
-            QVERIFY(QDir().mkpath(m_downloads));
-            m_server.setResponse("/files/Fails.dmg", { 200, "the first part", behaviour });
-            const QString destination = m_downloads + "/Fails.dmg"_L1;
-            writeFile(destination, "an older download");
-            const QStringList before = QDir(m_downloads).entryList(QDir::Files | QDir::Hidden);
-
-            QSignalSpy finished(&Network::manager(), &QNetworkAccessManager::finished);
-            bool saved = false;
-            InstallerDownload::download(
-                m_server.url("/files/Fails.dmg"), [&saved](const QString &) { saved = true; },
-                std::chrono::milliseconds(300));
-            QTRY_COMPARE_WITH_TIMEOUT(finished.size(), 1, 20000);
-            m_server.closeUnanswered();
-
-            QVERIFY(!saved);
-            QCOMPARE(readFile(destination), QByteArray("an older download"));
-            QTRY_COMPARE(QDir(m_downloads).entryList(QDir::Files | QDir::Hidden), before);
-        }
     }
 };
 

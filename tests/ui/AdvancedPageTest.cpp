@@ -13,10 +13,8 @@
 #include "ui/AdvancedControls.h"
 
 #include <QApplication>
-#include <QComboBox>
 #include <QJsonArray>
 #include <QPushButton>
-#include <QSlider>
 #include <QTest>
 
 #include <tuple>
@@ -34,30 +32,14 @@ const MouseIdentity trackball { 0x046d, 0xc408, u"Trackball"_s };
 const MouseIdentity travel { 0x093a, 0x2510, u"Travel Mouse"_s };
 const MouseIdentity drawer { 0x1532, 0x0084, u"Mouse In A Drawer"_s };
 
-// The preferences window as the tray makes it, over the engine's mice, showing its Advanced page.
-struct AdvancedShown
+// The preferences window as the tray opens it, showing its Advanced page.
+struct AdvancedShown : Shown
 {
-    TrayFixture fixture;
-    PreferencesWindow *window = nullptr;
-
     explicit AdvancedShown(std::vector<MouseInfo> mice = {}, AppSourceStatus source = AppSourceStatus::Working)
+        : Shown(std::move(mice), source)
     {
-        fixture.input.setMice(std::move(mice));
-        fixture.window.appSource.status = source;
-        fixture.controller->showPreferences();
-        window = fixture.controller->preferencesWindow();
-        window->showAdvancedPage();
+        window.showAdvancedPage();
     }
-
-    template<typename T = QWidget> QList<T *> all(const QString &name) const { return window->findChildren<T *>(name); }
-    template<typename T = QWidget> T *get(const QString &name) const
-    {
-        const QList<T *> found = all<T>(name);
-        if (found.size() != 1)
-            qFatal("%lld controls named %s", static_cast<long long>(found.size()), qPrintable(name));
-        return found.front();
-    }
-    SentEvent lastEvent() const { return fixture.window.events.last(); }
 };
 
 } // namespace
@@ -96,16 +78,16 @@ private Q_SLOTS:
             const Row row { control };
             store().clear();
             AdvancedShown shown({ { optical, true, true } });
-            shown.fixture.window.appSource.appUnderPointer = u"org.gimp.GIMP"_s;
+            shown.recorder.appSource.appUnderPointer = u"org.gimp.GIMP"_s;
             // The keyboard for the pop-up and the sliders, a click for the buttons, as a user would.
             if (auto *button = qobject_cast<QAbstractButton *>(shown.all(control).value(0)))
                 button->click();
             else
                 QTest::keyClick(shown.get(control), control == "buttonPopup"_L1 ? Qt::Key_Down : Qt::Key_Right);
             QTRY_COMPARE(store().value(key), stored);
-            QCOMPARE(shown.lastEvent().name, u"setting_changed"_s);
-            QCOMPARE(
-                shown.lastEvent().params, QJsonObject({ { u"setting_name"_s, settingName }, { u"value"_s, value } }));
+            QCOMPARE(shown.recorder.events.last().name, u"setting_changed"_s);
+            QCOMPARE(shown.recorder.events.last().params,
+                QJsonObject({ { u"setting_name"_s, settingName }, { u"value"_s, value } }));
         }
     }
 
@@ -116,7 +98,7 @@ private Q_SLOTS:
         AdvancedShown shown({ { optical, true, true }, { trackball, true, false }, { travel, false, false } });
         const auto rows = [&shown] {
             QStringList seen;
-            for (int i = 0; QWidget *row = shown.window->findChild<QWidget *>(u"mouseRow%1"_s.arg(i)); ++i) {
+            for (int i = 0; QWidget *row = shown.window.findChild<QWidget *>(u"mouseRow%1"_s.arg(i)); ++i) {
                 seen.append(row->findChild<ElidedLabel *>()->text() + u" "_s
                     + (row->findChild<ToggleSwitch *>()->isChecked() ? u"on"_s : u"off"_s)
                     + (row->findChild<QLabel *>(u"notConnected"_s) != nullptr ? u" away"_s : QString()));
@@ -128,7 +110,7 @@ private Q_SLOTS:
                 u"Mouse In A Drawer off away"_s }));
 
         // The switch goes both ways through the stored list, leaving the others in it.
-        auto *opticalSwitch = shown.window->findChild<QWidget *>(u"mouseRow0"_s)->findChild<ToggleSwitch *>();
+        auto *opticalSwitch = shown.window.findChild<QWidget *>(u"mouseRow0"_s)->findChild<ToggleSwitch *>();
         opticalSwitch->click();
         QCOMPARE(ScrollConfig::disabledMice(), (std::vector { trackball, drawer, optical }));
         opticalSwitch->click();
@@ -151,7 +133,7 @@ private Q_SLOTS:
             const Row row { app };
             store().clear();
             AdvancedShown shown;
-            FakeAppSource &source = shown.fixture.window.appSource;
+            FakeAppSource &source = shown.recorder.appSource;
             source.appUnderPointer = app;
             auto *add = shown.get<QPushButton>(u"addAppButton"_s);
             add->click();
@@ -176,8 +158,8 @@ private Q_SLOTS:
         QVERIFY(shown.get(u"addAppButton"_s)->isVisible());
 
         // The watcher says the desktop stopped answering: the note comes back.
-        shown.fixture.window.appSource.status = AppSourceStatus::Missing;
-        shown.fixture.window.appSource.statusChanged();
+        shown.recorder.appSource.status = AppSourceStatus::Missing;
+        shown.recorder.appSource.statusChanged();
         QVERIFY(shown.get(u"sourceNote"_s)->isVisible());
         QVERIFY(!shown.get(u"gnomeExtensionButton"_s)->isVisible());
     }
@@ -185,7 +167,7 @@ private Q_SLOTS:
     void tabReachesEveryControlAndEscapeGoesBackBeforeClosing()
     {
         AdvancedShown shown({ { optical, true, true } });
-        PreferencesWindow &window = *shown.window;
+        PreferencesWindow &window = shown.window;
         QVERIFY(QTest::qWaitForWindowActive(&window));
         // Top to bottom, then the header's arrow and close button, and round again; nothing of the
         // hidden main page in between.
@@ -210,40 +192,6 @@ private Q_SLOTS:
         QVERIFY(!window.advancedPageShown());
         QTest::keyClick(&window, Qt::Key_Escape);
         QVERIFY(!window.isVisible());
-    }
-
-    void everyLanguageFitsThePage_data()
-    {
-        QTest::addColumn<QString>("code");
-        for (const Language language : Languages::allCases)
-            QTest::newRow(Languages::rawValue(language).data()) << QString(Languages::rawValue(language));
-    }
-
-    void everyLanguageFitsThePage()
-    {
-        // The fullest page: an unplugged mouse and the GNOME note.
-        QFETCH(QString, code);
-        store().setValue(SettingsKeys::language, code);
-        AdvancedShown shown({ { optical, true, true }, { travel, false, false } }, AppSourceStatus::GnomeExtensionOff);
-        QCoreApplication::processEvents();
-        // Every text whole, inside its parent, and never smaller than 11 pixels.
-        for (const QWidget *widget : shown.get(u"advancedPage"_s)->findChildren<QWidget *>()) {
-            // A list's rows are taller than its window on them: they scroll.
-            if (!widget->isVisible() || widget->objectName().isEmpty()
-                || widget->parentWidget()->objectName() == "qt_scrollarea_viewport"_L1)
-                continue;
-            const QByteArray nameBytes = widget->objectName().toUtf8();
-            const char *name = nameBytes.constData();
-            QVERIFY2(widget->parentWidget()->rect().contains(widget->geometry()), name);
-            const auto *button = qobject_cast<const QAbstractButton *>(widget);
-            if (qobject_cast<const QLabel *>(widget) != nullptr || (button != nullptr && !button->text().isEmpty()))
-                QVERIFY2(widget->font().pixelSize() >= 11, name);
-            if (const auto *label = qobject_cast<const QLabel *>(widget)) {
-                QVERIFY2(label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
-                                           : label->width() >= label->sizeHint().width(),
-                    name);
-            }
-        }
     }
 };
 

@@ -118,21 +118,19 @@ private Q_SLOTS:
         }
     }
 
+    // Showing the window again shows what the store holds now, where the window was.
     void showWindowRefreshesEveryControlInPlace()
     {
         Shown shown;
-        QCOMPARE(shown.window.size(), QSize(416, 520));
         QCOMPARE(shown.window.minimumSize(), shown.window.maximumSize());
-        QVERIFY(!shown.get<QCheckBox>(u"diagonalCheckbox"_s)->isChecked());
         const QPoint placed = shown.window.pos();
         store().setValue(SettingsKeys::enableVerticalScroll, false);
         store().setValue(SettingsKeys::diagonalScroll, true);
         store().setValue(SettingsKeys::scrollSpeed, 12.34);
         shown.recorder.launchAtLoginEnabled = true;
         shown.window.showWindow();
-        QVERIFY(!shown.get<QCheckBox>(u"verticalCheckbox"_s)->isChecked());
-        QVERIFY(shown.get<QCheckBox>(u"diagonalCheckbox"_s)->isChecked());
-        QVERIFY(shown.get<QCheckBox>(u"launchAtLoginCheckbox"_s)->isChecked());
+        for (const QString &box : { u"verticalCheckbox"_s, u"diagonalCheckbox"_s, u"launchAtLoginCheckbox"_s })
+            QVERIFY2(shown.get<QCheckBox>(box)->isChecked() == (box != "verticalCheckbox"_L1), qPrintable(box));
         QCOMPARE(shown.get<QSlider>(u"speedSlider"_s)->value(), 123400);
         QCOMPARE(shown.window.pos(), placed);
     }
@@ -241,7 +239,7 @@ private Q_SLOTS:
     // On a compositing desktop: clear round the rounded content, with a shadow below it.
     void compositedWindowIsRoundedWithAShadow()
     {
-        Shown shown(true);
+        Shown shown({}, AppSourceStatus::Working, true);
         QVERIFY(QTest::qWaitForWindowExposed(&shown.window));
         const QImage image = shown.window.grab().toImage();
         constexpr int margin = PreferencesWindow::shadowMargin;
@@ -301,8 +299,9 @@ private Q_SLOTS:
     }
 
     // Every language, opened fresh and chosen live after the tallest one (Burmese, whose marks
-    // above and below the letters make every line the tallest): every text is whole inside its
-    // own rectangle at its real font, wrapped where it wraps, and no font is below 11 pixels.
+    // above and below the letters make every line the tallest), on the main page and on the fullest
+    // Advanced page (an unplugged mouse and the GNOME note): every text is whole inside its own
+    // rectangle at its real font, wrapped where it wraps, and no font is below 11 pixels.
     void everyLanguageFitsTheWindow_data()
     {
         QTest::addColumn<QString>("code");
@@ -319,7 +318,8 @@ private Q_SLOTS:
         QFETCH(QString, code);
         QFETCH(QString, before);
         store().setValue(SettingsKeys::language, before.isEmpty() ? code : before);
-        Shown shown;
+        Shown shown({ { { 1, 2, u"Optical Mouse"_s }, true, true }, { { 3, 4, u"Travel Mouse"_s }, false, false } },
+            AppSourceStatus::GnomeExtensionOff);
         shown.window.setCommandsVisible(true);
         QCoreApplication::processEvents();
         if (!before.isEmpty()) {
@@ -329,43 +329,64 @@ private Q_SLOTS:
             QCOMPARE(store().stringValue(SettingsKeys::language), code);
             QCoreApplication::processEvents();
         }
-        for (const QWidget *widget : shown.window.findChildren<QWidget *>()) {
-            if (!widget->isVisible() || widget->objectName().isEmpty())
-                continue;
-            const QString name = widget->objectName();
-            QVERIFY2(widget->parentWidget()->rect().contains(widget->geometry()), qPrintable(name));
-            // The text, where the widget draws it, and whether it may wrap there.
-            QString text;
-            QRect area;
-            bool wraps = false;
-            if (const auto *label = qobject_cast<const QLabel *>(widget)) {
-                // A link's label holds markup; what is drawn is its plain text.
-                text = Qt::mightBeRichText(label->text()) ? QTextDocumentFragment::fromHtml(label->text()).toPlainText()
-                                                          : label->text();
-                std::tie(area, wraps) = std::tuple(label->contentsRect(), label->wordWrap());
-            } else if (const auto *checkbox = qobject_cast<const QCheckBox *>(widget)) {
-                QStyleOptionButton option;
-                option.initFrom(checkbox);
-                option.text = text = checkbox->text();
-                area = checkbox->style()->subElementRect(QStyle::SE_CheckBoxContents, &option, checkbox);
-                wraps = true;
-            } else if (const auto *popup = qobject_cast<const QComboBox *>(widget)) {
-                QStyleOptionComboBox option;
-                option.initFrom(popup);
-                text = popup->currentText();
-                area
-                    = popup->style()->subControlRect(QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, popup);
+        for (const bool advanced : { false, true }) {
+            if (advanced) {
+                shown.window.showAdvancedPage();
+                QCoreApplication::processEvents();
             }
-            if (text.isEmpty())
-                continue;
-            QVERIFY2(widget->font().pixelSize() >= 11, qPrintable(name));
-            const QFontMetrics metrics = widget->fontMetrics();
-            const QSize needed = wraps
-                ? metrics.boundingRect(QRect(0, 0, area.width(), 10000), Qt::TextWordWrap, text).size()
-                : metrics.size(0, text);
-            QString message;
-            QDebug(&message) << name << needed << "in" << area;
-            QVERIFY2(needed.width() <= area.width() && needed.height() <= area.height(), qPrintable(message));
+            for (const QWidget *widget : shown.window.findChildren<QWidget *>()) {
+                // A list's rows are taller than its window on them: they scroll.
+                if (!widget->isVisible() || widget->objectName().isEmpty()
+                    || widget->parentWidget()->objectName() == "qt_scrollarea_viewport"_L1)
+                    continue;
+                const QString name = widget->objectName();
+                QVERIFY2(widget->parentWidget()->rect().contains(widget->geometry()), qPrintable(name));
+                const auto *label = qobject_cast<const QLabel *>(widget);
+                if (advanced) {
+                    // There, each label as wide or as tall as its text asks, every text at 11 pixels or more.
+                    const auto *button = qobject_cast<const QAbstractButton *>(widget);
+                    QVERIFY2(!(label || (button && !button->text().isEmpty())) || widget->font().pixelSize() >= 11,
+                        qPrintable(name));
+                    QVERIFY2(!label
+                            || (label->wordWrap() ? label->height() >= label->heightForWidth(label->width())
+                                                  : label->width() >= label->sizeHint().width()),
+                        qPrintable(name));
+                    continue;
+                }
+                // The text, where the widget draws it, and whether it may wrap there.
+                QString text;
+                QRect area;
+                bool wraps = false;
+                if (label != nullptr) {
+                    // A link's label holds markup; what is drawn is its plain text.
+                    text = Qt::mightBeRichText(label->text())
+                        ? QTextDocumentFragment::fromHtml(label->text()).toPlainText()
+                        : label->text();
+                    std::tie(area, wraps) = std::tuple(label->contentsRect(), label->wordWrap());
+                } else if (const auto *checkbox = qobject_cast<const QCheckBox *>(widget)) {
+                    QStyleOptionButton option;
+                    option.initFrom(checkbox);
+                    option.text = text = checkbox->text();
+                    area = checkbox->style()->subElementRect(QStyle::SE_CheckBoxContents, &option, checkbox);
+                    wraps = true;
+                } else if (const auto *popup = qobject_cast<const QComboBox *>(widget)) {
+                    QStyleOptionComboBox option;
+                    option.initFrom(popup);
+                    text = popup->currentText();
+                    area = popup->style()->subControlRect(
+                        QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, popup);
+                }
+                if (text.isEmpty())
+                    continue;
+                QVERIFY2(widget->font().pixelSize() >= 11, qPrintable(name));
+                const QFontMetrics metrics = widget->fontMetrics();
+                const QSize needed = wraps
+                    ? metrics.boundingRect(QRect(0, 0, area.width(), 10000), Qt::TextWordWrap, text).size()
+                    : metrics.size(0, text);
+                QString message;
+                QDebug(&message) << name << needed << "in" << area;
+                QVERIFY2(needed.width() <= area.width() && needed.height() <= area.height(), qPrintable(message));
+            }
         }
     }
 
@@ -422,29 +443,19 @@ private Q_SLOTS:
         const std::tuple<QString, QColor, QColor> rows[] = { { u"tab"_s, purple, purple },
             { u"click"_s, Qt::white, purple }, { u"disabled"_s, Qt::white, ControlStyle::disabledColor() } };
         for (const auto &[how, edge, box] : rows) {
-            ControlStyle style;
-            QWidget window;
-            QPalette palette(Qt::white, Qt::white);
-            palette.setColor(QPalette::Highlight, AppStyle::purple);
-            window.setPalette(palette);
-            auto *layout = new QVBoxLayout(&window);
-            QCheckBox first(&window);
-            QCheckBox checkbox(&window);
-            for (QCheckBox *each : { &first, &checkbox }) {
-                each->setStyle(&style);
-                layout->addWidget(each);
-            }
-            window.show();
-            QVERIFY(QTest::qWaitForWindowActive(&window));
-            first.setFocus();
+            Shown shown;
+            QVERIFY(QTest::qWaitForWindowActive(&shown.window));
+            auto *first = shown.get<QCheckBox>(u"verticalCheckbox"_s);
+            auto *checkbox = shown.get<QCheckBox>(u"horizontalCheckbox"_s);
+            first->setFocus();
             if (how == "tab"_L1)
-                QTest::keyClick(&first, Qt::Key_Tab);
+                QTest::keyClick(first, Qt::Key_Tab);
             else
-                QTest::mouseClick(&checkbox, Qt::LeftButton, {}, QPoint(8, checkbox.height() / 2));
-            checkbox.setChecked(true);
-            checkbox.setEnabled(how != "disabled"_L1);
-            const QImage image = checkbox.grab().toImage();
-            const int top = (checkbox.height() - ControlStyle::indicatorSize) / 2;
+                QTest::mouseClick(checkbox, Qt::LeftButton, {}, QPoint(8, checkbox->height() / 2));
+            checkbox->setChecked(true);
+            checkbox->setEnabled(how != "disabled"_L1);
+            const QImage image = checkbox->grab().toImage();
+            const int top = (checkbox->height() - ControlStyle::indicatorSize) / 2;
             QVERIFY2(distance(image.pixelColor(1, top + 10), edge) <= 24, qPrintable(how));
             QVERIFY2(distance(image.pixelColor(6, top + 6), box) <= 24, qPrintable(how));
         }

@@ -58,20 +58,19 @@ private Q_SLOTS:
             store.setValue(SettingsKeys::dragThreshold, 8);
             ScrollConfig::setMouseDisabled(trackball, true);
             ScrollConfig::setMouseDisabled({ 0x1532, 0x0084, u"Razer DeathAdder V2"_s }, true);
-            TrayFixture fixture;
             const bool gnome = name.endsWith("gnome"_L1);
-            fixture.window.appSource.status = gnome ? AppSourceStatus::GnomeExtensionOff : AppSourceStatus::Working;
-            fixture.input.setMice({ { { 0x046d, 0xc077, u"Logitech USB Optical Mouse"_s }, true, true },
-                { trackball, true, false }, { { 0x093a, 0x2510, u"PixArt USB Optical Mouse"_s }, false, false } });
+            Shown shown(
+                { { { 0x046d, 0xc077, u"Logitech USB Optical Mouse"_s }, true, true }, { trackball, true, false },
+                    { { 0x093a, 0x2510, u"PixArt USB Optical Mouse"_s }, false, false } },
+                gnome ? AppSourceStatus::GnomeExtensionOff : AppSourceStatus::Working);
+            PreferencesWindow &window = shown.window;
             if (name.size() == 2) {
-                QMenu *menu = fixture.controller->menu();
+                QMenu *menu = shown.fixture.controller->menu();
                 menu->popup(QPoint(0, 0));
                 QVERIFY(QTest::qWaitForWindowExposed(menu));
                 save(menu->grab().toImage(), u"menu-"_s + name + u".png"_s);
                 menu->hide();
             }
-            fixture.controller->showPreferences();
-            PreferencesWindow &window = *fixture.controller->preferencesWindow();
             window.setCommandsVisible(name.endsWith("no-tray"_L1));
             window.setEngineEnabled(true);
             QVERIFY(QTest::qWaitForWindowExposed(&window));

@@ -57,12 +57,13 @@ struct FakeAppSource
 };
 
 // Stands in for everything the preferences window reaches outside the process: records analytics
-// events and launch-at-login requests, and answers the autostart query as told.
+// events and launch-at-login requests, and answers the autostart and compositing queries as told.
 struct WindowRecorder
 {
     QList<SentEvent> events;
     QList<bool> launchAtLoginRequests;
     bool launchAtLoginEnabled = false;
+    bool composited = false;
     FakeAppSource appSource;
 
     PreferencesServices services()
@@ -75,44 +76,8 @@ struct WindowRecorder
             .setLaunchAtLogin = [this](bool enabled) { launchAtLoginRequests.append(enabled); },
             .isLaunchAtLoginEnabled = [this] { return launchAtLoginEnabled; },
             .appSource = appSource.services(),
+            .desktopComposites = [this] { return composited; },
         };
-    }
-};
-
-// A shown preferences window over a recorder, built after the test has set up the store, on a
-// desktop that composites or not.
-struct Shown
-{
-    bool composited;
-    WindowRecorder recorder;
-    PreferencesWindow window { services() };
-
-    explicit Shown(bool desktopComposites = false)
-        : composited(desktopComposites)
-    {
-        window.showWindow();
-    }
-
-    PreferencesServices services()
-    {
-        PreferencesServices services = recorder.services();
-        services.desktopComposites = [this] { return composited; };
-        return services;
-    }
-
-    template<typename T = QWidget> T *get(const QString &name) const
-    {
-        T *found = window.findChild<T *>(name);
-        if (found == nullptr)
-            qFatal("no control %s", qPrintable(name));
-        return found;
-    }
-
-    QString text(const QString &name) const
-    {
-        if (auto *label = window.findChild<QLabel *>(name))
-            return label->text();
-        return get<QAbstractButton>(name)->text();
     }
 };
 
@@ -157,6 +122,46 @@ struct TrayFixture
                     },
                 .preferences = window.services(),
             });
+    }
+};
+
+// The preferences window as the tray opens it, over the engine's mice, built after the test has
+// set up the store, on a desktop that composites or not.
+struct Shown
+{
+    TrayFixture fixture;
+    WindowRecorder &recorder = fixture.window;
+    PreferencesWindow &window;
+
+    explicit Shown(
+        std::vector<MouseInfo> mice = {}, AppSourceStatus source = AppSourceStatus::Working, bool composited = false)
+        : window(open(fixture, std::move(mice), source, composited))
+    { }
+
+    static PreferencesWindow &open(
+        TrayFixture &fixture, std::vector<MouseInfo> mice, AppSourceStatus source, bool composited)
+    {
+        fixture.input.setMice(std::move(mice));
+        fixture.window.appSource.status = source;
+        fixture.window.composited = composited;
+        fixture.controller->showPreferences();
+        return *fixture.controller->preferencesWindow();
+    }
+
+    template<typename T = QWidget> QList<T *> all(const QString &name) const { return window.findChildren<T *>(name); }
+    template<typename T = QWidget> T *get(const QString &name) const
+    {
+        const QList<T *> found = all<T>(name);
+        if (found.size() != 1)
+            qFatal("%lld controls named %s", static_cast<long long>(found.size()), qPrintable(name));
+        return found.front();
+    }
+
+    QString text(const QString &name) const
+    {
+        if (auto *label = qobject_cast<QLabel *>(get(name)))
+            return label->text();
+        return get<QAbstractButton>(name)->text();
     }
 };
 
