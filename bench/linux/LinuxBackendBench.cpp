@@ -290,12 +290,9 @@ int main(int argc, char **argv)
     // Momentum of a quick flick: the spacing of its wheel frames on the twin.
     std::vector<double> intervalsMs;
     {
+        // Requests run in order: once this one has, momentum is switched back on.
+        input.runOnInputThread([](GrabScrollManager &, LinuxInputBackend &) { });
         const int twin = openReader(twinNode);
-        std::this_thread::sleep_for(std::chrono::milliseconds(500)); // let the previous run end
-        input_event drain[64];
-        ::fcntl(twin, F_SETFL, O_NONBLOCK);
-        while (::read(twin, drain, sizeof drain) > 0) { }
-        ::fcntl(twin, F_SETFL, 0);
         mouse.press(BTN_RIGHT);
         for (int i = 0; i < 10; ++i)
             mouse.move(0, 30);

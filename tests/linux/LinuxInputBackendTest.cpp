@@ -50,19 +50,14 @@ struct Session
         return std::nullopt;
     }
     bool grabbed(const QString &node) const { return device(node).has_value() && device(node)->grabbed; }
-    GrabScrollManager::State state()
+    template <typename Value> Value ask(Value (GrabScrollManager::*question)() const)
     {
-        auto state = GrabScrollManager::State::Idle;
-        input.runOnInputThread([&](GrabScrollManager &engine, LinuxInputBackend &) { state = engine.state(); });
-        return state;
+        Value answer {};
+        input.runOnInputThread([&](GrabScrollManager &engine, LinuxInputBackend &) { answer = (engine.*question)(); });
+        return answer;
     }
-    bool momentumRunning()
-    {
-        bool running = false;
-        input.runOnInputThread(
-            [&](GrabScrollManager &engine, LinuxInputBackend &) { running = engine.isMomentumRunning(); });
-        return running;
-    }
+    GrabScrollManager::State state() { return ask(&GrabScrollManager::state); }
+    bool momentumRunning() { return ask(&GrabScrollManager::isMomentumRunning); }
 };
 
 // Holds the input thread still, between two frames, for as long as it lives.
