@@ -87,8 +87,6 @@ public:
     // Read-only views for diagnostics and tests.
     State state() const { return m_state; }
     bool isMomentumRunning() const { return m_momentumRunning; }
-    std::span<const double> velocityHistoryX() const { return m_velocityHistoryX.values(); }
-    std::span<const double> velocityHistoryY() const { return m_velocityHistoryY.values(); }
 
 private:
     // The last amounts of a gesture, oldest first, never more than velocityHistoryDepth.

@@ -130,7 +130,6 @@ private Q_SLOTS:
     void init() { reset(); }
 
     void gestures();
-    void historiesKeepTheLastEightAmounts();
     void settingsChangeTheVeryNextEvent();
     void failedScrollKeepsTheGestureUnbegun();
     void momentumRuns();
@@ -221,19 +220,6 @@ void GrabScrollManagerTest::gestures()
         QCOMPARE(run.posted, QString::fromUtf8(posted));
         QCOMPARE(engine->isEnabled(), true);
     }
-}
-
-void GrabScrollManagerTest::historiesKeepTheLastEightAmounts()
-{
-    applySettings(u"scrollSpeed=1"_s);
-    runScript(*engine, *platform, u"down | drag 0 5"_s);
-    for (int step = 1; step <= 20; ++step)
-        engine->handleEvent(parseEvent(u"drag 0 %1"_s.arg(step)), *platform);
-
-    const auto historyY = engine->velocityHistoryY();
-    const std::vector<double> expectedY { 13, 14, 15, 16, 17, 18, 19, 20 };
-    QCOMPARE(std::vector<double>(historyY.begin(), historyY.end()), expectedY);
-    QCOMPARE(engine->velocityHistoryX().size(), std::size_t { 8 });
 }
 
 void GrabScrollManagerTest::settingsChangeTheVeryNextEvent()
@@ -340,6 +326,12 @@ void GrabScrollManagerTest::momentumFollowsTheDragDirection()
     engine->momentumTick(*platform);
     engine->momentumTick(*platform);
     QCOMPARE(describe(platform->posted.back()), u"scroll pixel 0 -18 phases 0 2 1"_s);
+    // The run starts from the average of the last eight amounts: 80 and seven times 1, not the 5
+    // before them (nine would make 9, seven would not start at all).
+    applySettings(u"reverseScroll=true scrollSpeed=1"_s);
+    runScript(*engine, *platform, u"down | drag 0 5 | drag 0 80"_s + u" | drag 0 1"_s.repeated(7) + u" | up"_s);
+    engine->momentumTick(*platform);
+    QCOMPARE(describe(platform->posted.back()), u"scroll pixel 10 0 phases 0 1 1"_s);
 }
 
 // Start and stop are idempotent and logged, a stop mid-drag passes the rest, and the platform's
