@@ -6,7 +6,7 @@
 #include "RunningKestrix.h"
 #include "linux/PointerDeviceFilter.h"
 
-#include <QDir>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -18,12 +18,17 @@ using namespace Qt::StringLiterals;
 namespace {
 
 // The devices the udev rule must tell apart, besides a plain mouse.
+// udev calls a device a keyboard when it has every key from Esc to D.
+void keyboard(libevdev *device)
+{
+    for (int code = KEY_ESC; code <= KEY_D; ++code)
+        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
+}
+
 void keyboardAndMouse(libevdev *device)
 {
     describeMouse(device);
-    // udev calls a device a keyboard when it has every key from Esc to D.
-    for (int code = KEY_ESC; code <= KEY_D; ++code)
-        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
+    keyboard(device);
 }
 
 void lettersAndMouse(libevdev *device)
@@ -41,12 +46,6 @@ void touchpad(libevdev *device)
     libevdev_enable_event_code(device, EV_ABS, ABS_X, &axis);
     libevdev_enable_event_code(device, EV_ABS, ABS_Y, &axis);
     for (const int code : { BTN_LEFT, BTN_TOUCH, BTN_TOOL_FINGER })
-        libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
-}
-
-void keyboard(libevdev *device)
-{
-    for (int code = KEY_ESC; code <= KEY_D; ++code)
         libevdev_enable_event_code(device, EV_KEY, unsigned(code), nullptr);
 }
 
@@ -80,26 +79,6 @@ UdevView udevView(const char *subsystem, const QString &sysname)
     }
     udev_unref(context);
     return view;
-}
-
-// The event node of Kestrix's twin of the device called `name`: same name, marked phys.
-QString twinNode(const QByteArray &name)
-{
-    const QStringList nodes = QDir(u"/dev/input"_s).entryList({ u"event*"_s }, QDir::System);
-    for (const QString &entry : nodes) {
-        const QByteArray path = ("/dev/input/"_L1 + entry).toUtf8();
-        const int fd = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd < 0)
-            continue;
-        char deviceName[256] = {};
-        char phys[256] = {};
-        ::ioctl(fd, EVIOCGNAME(sizeof deviceName - 1), deviceName);
-        ::ioctl(fd, EVIOCGPHYS(sizeof phys - 1), phys);
-        ::close(fd);
-        if (name == deviceName && QByteArray(phys).contains("4B657374726978"))
-            return QString::fromUtf8(path);
-    }
-    return {};
 }
 
 } // namespace
@@ -180,20 +159,21 @@ private Q_SLOTS:
     // destroyed.
     void sigtermReleasesEveryGrab()
     {
-        const QByteArray name = "Kestrix Shutdown Test Mouse";
-        VirtualMouse mouse(name.constData());
+        VirtualMouse mouse("Kestrix Shutdown Test Mouse");
         QVERIFY(mouse.isValid());
         QVERIFY(udevView("input", QFileInfo(mouse.node()).fileName()).initialized);
 
         QTemporaryDir config;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"XDG_CONFIG_HOME"_s, config.path());
+        environment.insert(u"KESTRIX_DEBUG"_s, u"1"_s); // it names the twin it makes
         RunningKestrix running(environment);
         QVERIFY(running.process.waitForStarted());
         QTRY_VERIFY2_WITH_TIMEOUT(running.output.contains("[Kestrix] 준비 완료"), running.output.constData(), 60000);
         QTRY_VERIFY_WITH_TIMEOUT(isGrabbedByOther(mouse.node()), 20000);
-        QString twinPath;
-        QTRY_VERIFY_WITH_TIMEOUT(!(twinPath = twinNode(name)).isEmpty(), 20000);
+        const QRegularExpression tookOver(u"Took over "_s + mouse.node() + u" .* twin (/dev/input/event\\d+)"_s);
+        const QString twinPath = tookOver.match(QString::fromUtf8(running.output)).captured(1);
+        QVERIFY2(!twinPath.isEmpty(), running.output.constData());
         EventLog twin(twinPath);
         QVERIFY(twin.isOpen());
 
@@ -216,7 +196,6 @@ private Q_SLOTS:
         mouse.release(BTN_LEFT);
         QTRY_COMPARE_WITH_TIMEOUT(source.pump().framesWith(EV_KEY, BTN_LEFT), 1, 5000);
         QVERIFY(twin.pump().isGone());
-        QVERIFY(twinNode(name).isEmpty());
     }
 };
 
