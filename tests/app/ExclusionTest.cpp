@@ -9,15 +9,10 @@
 #include "app/DesktopFollower.h"
 #include "linux/InputThread.h"
 #include "linux/VirtualMouse.h"
+#include "session/HeadlessCompositor.h"
 #include "session/X11TestClients.h"
 
-#include <QDir>
-#include <QProcess>
-#include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTest>
-
-#include <ranges>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -32,26 +27,8 @@ class ExclusionTest : public QObject
     Q_OBJECT
 
     X11TestClients m_x11;
-    QTemporaryDir m_swayRuntime;
-    std::vector<std::unique_ptr<QProcess>> m_swayProcesses; // sway, then its windows
-    QString m_swaySocket;
-
-    // sway refuses to run as root: it and its clients run as the unprivileged user nobody.
-    void startAsNobody(const QString &program, const QStringList &arguments, const QString &wayland = {})
-    {
-        QProcessEnvironment environment;
-        for (const auto &[name, value] : { std::pair { u"XDG_RUNTIME_DIR"_s, m_swayRuntime.path() },
-                 { u"HOME"_s, m_swayRuntime.path() }, { u"WAYLAND_DISPLAY"_s, wayland },
-                 { u"WLR_BACKENDS"_s, u"headless"_s }, { u"WLR_RENDERER"_s, u"pixman"_s },
-                 { u"WLR_LIBINPUT_NO_DEVICES"_s, u"1"_s }, { u"PATH"_s, qEnvironmentVariable("PATH") } })
-            environment.insert(name, value);
-        QProcess &process = *m_swayProcesses.emplace_back(std::make_unique<QProcess>());
-        process.setProcessEnvironment(environment);
-        process.setStandardOutputFile(QProcess::nullDevice());
-        process.setStandardErrorFile(QProcess::nullDevice());
-        process.start(u"setpriv"_s,
-            QStringList { u"--reuid=65534"_s, u"--regid=65534"_s, u"--clear-groups"_s, program } + arguments);
-    }
+    HeadlessCompositor m_sway;
+    bool m_swayRuns = false;
 
 private Q_SLOTS:
     void initTestCase()
@@ -67,27 +44,11 @@ private Q_SLOTS:
         xcb_flush(m_x11.connection());
 
         // sway, where it starts, with the same two apps; the rows on sway skip themselves otherwise.
-        const QDir runtime(m_swayRuntime.path());
-        QFile config(runtime.filePath(u"config"_s));
-        if (QStandardPaths::findExecutable(u"sway"_s).isEmpty() || geteuid() != 0
-            || chown(QFile::encodeName(runtime.path()).constData(), 65534, 65534) != 0
-            || !config.open(QIODevice::WriteOnly) || config.write("xwayland disable\n") <= 0)
-            return;
-        config.close();
-        startAsNobody(u"sway"_s, { u"-c"_s, config.fileName() });
-        const auto found = [&](const QString &name) { return runtime.entryList({ name }, QDir::System).value(0); };
-        if (!QTest::qWaitFor(
-                [&] { return !found(u"wayland-?"_s).isEmpty() && !found(u"sway-ipc.*.sock"_s).isEmpty(); }, deadlineMs))
-            return;
-        m_swaySocket = runtime.filePath(found(u"sway-ipc.*.sock"_s));
-        for (const QString &app : { u"org.remmina.Remmina"_s, u"firefox"_s })
-            startAsNobody(
-                QStringLiteral(KESTRIX_WAYLAND_WINDOW), { app, u"-platform"_s, u"wayland"_s }, found(u"wayland-?"_s));
-    }
-    void cleanupTestCase()
-    {
-        for (auto &process : m_swayProcesses | std::views::reverse)
-            process->kill();
+        m_swayRuns = m_sway.startSway();
+        for (const QString &app : { u"org.remmina.Remmina"_s, u"firefox"_s }) {
+            if (m_swayRuns)
+                m_sway.openWindow(app);
+        }
     }
 
     void rightDragOverApp_data()
@@ -107,7 +68,7 @@ private Q_SLOTS:
         QFETCH(int, x);
         QFETCH(QString, app);
         QFETCH(bool, excluded);
-        if (sway && m_swaySocket.isEmpty())
+        if (sway && !m_swayRuns)
             QSKIP("sway did not start here (Debian package sway)");
         m_x11.movePointer(int16_t(x), 100);
 
@@ -116,10 +77,10 @@ private Q_SLOTS:
         QVERIFY(mouse.waitForUdev());
         InputThread input;
         DesktopFollower follower(input,
-            sway ? Session { Session::Desktop::Sway, true, {}, m_swaySocket }
+            sway ? Session { Session::Desktop::Sway, true, {}, m_sway.socket() }
                  : Session { Session::Desktop::Other, false, qgetenv("DISPLAY"), {} });
         const QString focus = u"[app_id=\"%1\"] focus"_s.arg(app); // fails until the window is mapped
-        QTRY_VERIFY_WITH_TIMEOUT((!sway || QProcess::execute(u"swaymsg"_s, { u"-s"_s, m_swaySocket, focus }) == 0)
+        QTRY_VERIFY_WITH_TIMEOUT((!sway || QProcess::execute(u"swaymsg"_s, { u"-s"_s, m_sway.socket(), focus }) == 0)
                 && follower.appUnderPointer().current().appId == app,
             deadlineMs);
         input.start();
