@@ -7,12 +7,15 @@
 // The settings are a new user's (the VM's home is empty): the default excluded list.
 
 #include "app/DesktopFollower.h"
+#include "core/TestSupport.h"
 #include "linux/InputThread.h"
 #include "linux/VirtualMouse.h"
 #include "session/HeadlessCompositor.h"
 #include "session/X11TestClients.h"
 
 #include <QTest>
+
+#include <tuple>
 
 using namespace kestrix;
 using namespace kestrix::test;
@@ -51,67 +54,62 @@ private Q_SLOTS:
         }
     }
 
-    void rightDragOverApp_data()
-    {
-        QTest::addColumn<bool>("sway");
-        QTest::addColumn<int>("x"); // on X11, where the pointer rests
-        QTest::addColumn<QString>("app");
-        QTest::addColumn<bool>("excluded");
-        QTest::newRow("X11, remote-desktop viewer") << false << 100 << u"org.remmina.Remmina"_s << true;
-        QTest::newRow("X11, browser") << false << 400 << u"firefox"_s << false;
-        QTest::newRow("sway, remote-desktop viewer") << true << 0 << u"org.remmina.Remmina"_s << true;
-        QTest::newRow("sway, browser") << true << 0 << u"firefox"_s << false;
-    }
+    // On X11 the pointer rests at x over the app; on sway the app is focused.
     void rightDragOverApp()
     {
-        QFETCH(bool, sway);
-        QFETCH(int, x);
-        QFETCH(QString, app);
-        QFETCH(bool, excluded);
-        if (sway && !m_swayRuns)
-            QSKIP("sway did not start here (Debian package sway)");
-        m_x11.movePointer(int16_t(x), 100);
+        const std::tuple<const char *, bool, std::int16_t, QString, bool> rows[]
+            = { { "X11, remote-desktop viewer", false, 100, u"org.remmina.Remmina"_s, true },
+                  { "X11, browser", false, 400, u"firefox"_s, false },
+                  { "sway, remote-desktop viewer", true, 0, u"org.remmina.Remmina"_s, true },
+                  { "sway, browser", true, 0, u"firefox"_s, false } };
+        for (const auto &[name, sway, x, app, excluded] : rows) {
+            const Row row { QString::fromUtf8(name) };
+            if (sway && !m_swayRuns) // the rows on sway come last
+                QSKIP("sway did not start here (Debian package sway)");
+            m_x11.movePointer(x, 100);
 
-        VirtualMouse mouse("Kestrix Test Mouse");
-        QVERIFY(mouse.isValid());
-        QVERIFY(mouse.waitForUdev());
-        InputThread input;
-        DesktopFollower follower(input,
-            sway ? Session { Session::Desktop::Sway, true, {}, m_sway.socket() }
-                 : Session { Session::Desktop::Other, false, qgetenv("DISPLAY"), {} });
-        const QString focus = u"[app_id=\"%1\"] focus"_s.arg(app); // fails until the window is mapped
-        QTRY_VERIFY_WITH_TIMEOUT((!sway || QProcess::execute(u"swaymsg"_s, { u"-s"_s, m_sway.socket(), focus }) == 0)
-                && follower.appUnderPointer().current().appId == app,
-            deadlineMs);
-        input.start();
-        const auto twinNode = [&]() -> QString {
-            for (const auto &device : input.devices()) {
-                if (device.node == mouse.node() && device.grabbed)
-                    return device.twinNode;
-            }
-            return {};
-        };
-        QTRY_VERIFY_WITH_TIMEOUT(!twinNode().isEmpty(), deadlineMs);
-        EventLog twin(twinNode());
-        // Asking the kernel which buttons are down drops them from that reader's queue: a reader of its own.
-        EventLog buttons(twinNode());
-        QVERIFY(twin.isOpen() && buttons.isOpen());
+            VirtualMouse mouse("Kestrix Test Mouse");
+            QVERIFY(mouse.isValid());
+            QVERIFY(mouse.waitForUdev());
+            InputThread input;
+            DesktopFollower follower(input,
+                sway ? Session { Session::Desktop::Sway, true, {}, m_sway.socket() }
+                     : Session { Session::Desktop::Other, false, qgetenv("DISPLAY"), {} });
+            const QString focus = u"[app_id=\"%1\"] focus"_s.arg(app); // fails until the window is mapped
+            QTRY_VERIFY_WITH_TIMEOUT(
+                (!sway || QProcess::execute(u"swaymsg"_s, { u"-s"_s, m_sway.socket(), focus }) == 0)
+                    && follower.appUnderPointer().current().appId == app,
+                deadlineMs);
+            input.start();
+            const auto twinNode = [&]() -> QString {
+                for (const auto &device : input.devices()) {
+                    if (device.node == mouse.node() && device.grabbed)
+                        return device.twinNode;
+                }
+                return {};
+            };
+            QTRY_VERIFY_WITH_TIMEOUT(!twinNode().isEmpty(), deadlineMs);
+            EventLog twin(twinNode());
+            // Asking the kernel which buttons are down drops them from that reader's queue: a reader of its own.
+            EventLog buttons(twinNode());
+            QVERIFY(twin.isOpen() && buttons.isOpen());
 
-        mouse.press(BTN_RIGHT);
-        if (excluded) // passed on while still held, not withheld until the release
-            QTRY_COMPARE_WITH_TIMEOUT(buttons.heldButtons(), std::vector<int> { BTN_RIGHT }, deadlineMs);
-        for (int i = 0; i < 10; ++i)
-            mouse.move(0, 10);
-        mouse.release(BTN_RIGHT);
-        mouse.press(BTN_SIDE); // its two frames on the twin tell that all before them went through
-        mouse.release(BTN_SIDE);
-        QTRY_COMPARE_WITH_TIMEOUT(twin.pump().framesWith(EV_KEY, BTN_SIDE), 2, deadlineMs);
+            mouse.press(BTN_RIGHT);
+            if (excluded) // passed on while still held, not withheld until the release
+                QTRY_COMPARE_WITH_TIMEOUT(buttons.heldButtons(), std::vector<int> { BTN_RIGHT }, deadlineMs);
+            for (int i = 0; i < 10; ++i)
+                mouse.move(0, 10);
+            mouse.release(BTN_RIGHT);
+            mouse.press(BTN_SIDE); // its two frames on the twin tell that all before them went through
+            mouse.release(BTN_SIDE);
+            QTRY_COMPARE_WITH_TIMEOUT(twin.pump().framesWith(EV_KEY, BTN_SIDE), 2, deadlineMs);
 
-        QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), excluded ? 2 : 0);
-        QCOMPARE(twin.framesWith(EV_REL, REL_WHEEL_HI_RES) + twin.framesWith(EV_REL, REL_WHEEL) == 0, excluded);
-        if (excluded)
-            QCOMPARE(twin.sum(EV_REL, REL_Y), 100);
-        QCOMPARE(buttons.heldButtons(), std::vector<int> {});
+            QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), excluded ? 2 : 0);
+            QCOMPARE(twin.framesWith(EV_REL, REL_WHEEL_HI_RES) + twin.framesWith(EV_REL, REL_WHEEL) == 0, excluded);
+            if (excluded)
+                QCOMPARE(twin.sum(EV_REL, REL_Y), 100);
+            QCOMPARE(buttons.heldButtons(), std::vector<int> {});
+        }
     }
 };
 

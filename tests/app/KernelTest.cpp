@@ -4,6 +4,7 @@
 
 #include "../linux/VirtualMouse.h"
 #include "RunningKestrix.h"
+#include "core/TestSupport.h"
 #include "linux/PointerDeviceFilter.h"
 
 #include <QRegularExpression>
@@ -50,7 +51,6 @@ void touchpad(libevdev *device)
 }
 
 using Describe = void (*)(libevdev *);
-const Describe kinds[] = { describeMouse, keyboardAndMouse, lettersAndMouse, touchpad, keyboard };
 
 // udev's view of a device once it has handled every pending event: the device's own, and the
 // removal of an earlier device that had the same event node number, whose database entry would
@@ -122,37 +122,32 @@ private Q_SLOTS:
     // Mice only: never a node that also types, never a touchpad, never a keyboard. Kestrix's device
     // filter takes the same nodes, from udev's description and from the kernel's alike: a node the
     // rule left closed would keep Kestrix waiting for access.
-    void udevRuleOpensMiceOnly_data()
-    {
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<bool>("opened");
-        QTest::newRow("mouse") << 0 << true;
-        QTest::newRow("keyboard and mouse on one node") << 1 << false;
-        QTest::newRow("every letter but no Esc, and a mouse") << 2 << false;
-        QTest::newRow("touchpad") << 3 << false;
-        QTest::newRow("keyboard") << 4 << false;
-    }
-
     void udevRuleOpensMiceOnly()
     {
-        QFETCH(int, kind);
-        QFETCH(bool, opened);
-        VirtualMouse device("Kestrix Rule Test Device", kinds[kind]);
-        QVERIFY(device.isValid());
-        const QString sysname = QFileInfo(device.node()).fileName();
-        const UdevView view = udevView("input", sysname);
-        QVERIFY(view.initialized);
-        QCOMPARE(view.tags.contains(u"uaccess"_s), opened);
-        QCOMPARE(view.pointerToKestrix, opened);
+        const std::pair<const char *, Describe> rows[]
+            = { { "mouse", describeMouse }, { "keyboard and mouse on one node", keyboardAndMouse },
+                  { "every letter but no Esc, and a mouse", lettersAndMouse }, { "touchpad", touchpad },
+                  { "keyboard", keyboard } };
+        for (const auto &[name, describe] : rows) {
+            const Row row { QString::fromUtf8(name) };
+            const bool opened = describe == &describeMouse;
+            VirtualMouse device("Kestrix Rule Test Device", describe);
+            QVERIFY(device.isValid());
+            const QString sysname = QFileInfo(device.node()).fileName();
+            const UdevView view = udevView("input", sysname);
+            QVERIFY(view.initialized);
+            QCOMPARE(view.tags.contains(u"uaccess"_s), opened);
+            QCOMPARE(view.pointerToKestrix, opened);
 
-        const int fd = ::open(device.node().toUtf8().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-        libevdev *kernelView = nullptr;
-        QCOMPARE(libevdev_new_from_fd(fd, &kernelView), 0);
-        const bool pointer
-            = kestrix::PointerDeviceFilter::classify(kernelView) == kestrix::PointerDeviceFilter::Verdict::Pointer;
-        libevdev_free(kernelView);
-        ::close(fd);
-        QCOMPARE(pointer, opened);
+            const int fd = ::open(device.node().toUtf8().constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+            libevdev *kernelView = nullptr;
+            QCOMPARE(libevdev_new_from_fd(fd, &kernelView), 0);
+            const bool pointer
+                = kestrix::PointerDeviceFilter::classify(kernelView) == kestrix::PointerDeviceFilter::Verdict::Pointer;
+            libevdev_free(kernelView);
+            ::close(fd);
+            QCOMPARE(pointer, opened);
+        }
     }
 
     // The real program grabs the mouse; SIGTERM ends it cleanly, with the grab released and the twin

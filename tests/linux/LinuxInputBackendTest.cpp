@@ -10,6 +10,7 @@
 #include "core/Log.h"
 #include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
+#include "core/TestSupport.h"
 #include "engine/GrabScrollManager.h"
 #include "engine/ScrollConfig.h"
 #include "linux/InputThread.h"
@@ -168,50 +169,47 @@ private Q_SLOTS:
     // source. When the kernel's buffer overflows as the button goes up, the release is lost with
     // it, and the resynchronisation still ends the press with that one click. A plain
     // wheel notch passes with its high-resolution value added.
-    void shortClick_data()
-    {
-        QTest::addColumn<bool>("overflow");
-        QTest::newRow("released") << false;
-        QTest::newRow("release lost in an overflow") << true;
-    }
     void shortClick()
     {
-        QFETCH(bool, overflow);
-        VirtualMouse mouse("Kestrix Test Mouse");
-        Session session;
-        TAKE_OVER(session, mouse, twin);
-        EventLog otherReader(mouse.node());
+        for (const bool overflow : { false, true }) {
+            const Row row { overflow ? u"release lost in an overflow"_s : u"released"_s };
+            init();
+            VirtualMouse mouse("Kestrix Test Mouse");
+            Session session;
+            TAKE_OVER(session, mouse, twin);
+            EventLog otherReader(mouse.node());
 
-        mouse.frame({ { REL_WHEEL, -1 } });
-        SYNC(mouse, twin);
-        QCOMPARE(twin.sum(EV_REL, REL_WHEEL), -1);
-        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), -120);
-        QCOMPARE(twin.framesWith(EV_REL, REL_WHEEL_HI_RES), 1);
+            mouse.frame({ { REL_WHEEL, -1 } });
+            SYNC(mouse, twin);
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL), -1);
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), -120);
+            QCOMPARE(twin.framesWith(EV_REL, REL_WHEEL_HI_RES), 1);
 
-        mouse.press(BTN_RIGHT);
-        QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Pending, deadlineMs);
-        mouse.move(2, 1); // under the threshold: withheld, so the click lands where the press was
-        SYNC(mouse, twin);
-        QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
-        QCOMPARE(twin.sum(EV_REL, REL_X), 0);
+            mouse.press(BTN_RIGHT);
+            QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Pending, deadlineMs);
+            mouse.move(2, 1); // under the threshold: withheld, so the click lands where the press was
+            SYNC(mouse, twin);
+            QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
+            QCOMPARE(twin.sum(EV_REL, REL_X), 0);
 
-        // The release, then (with the input thread held still) far more than the kernel keeps.
-        if (overflow) {
-            const Stall stall(session.input);
-            mouse.release(BTN_RIGHT);
-            mouse.clickBurst(BTN_MIDDLE, 80);
-        } else {
-            mouse.release(BTN_RIGHT);
+            // The release, then (with the input thread held still) far more than the kernel keeps.
+            if (overflow) {
+                const Stall stall(session.input);
+                mouse.release(BTN_RIGHT);
+                mouse.clickBurst(BTN_MIDDLE, 80);
+            } else {
+                mouse.release(BTN_RIGHT);
+            }
+            // What came after an overflow is lost as well (the resynchronisation drains it unread),
+            // so the sync waits until the backend has been through it.
+            QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Idle, deadlineMs);
+            SYNC(mouse, twin);
+            QVERIFY(isOneClick(twin));
+            QCOMPARE(twin.heldButtons(), std::vector<int> {});
+            QCOMPARE(logged(u"overflowed: events were lost"_s), overflow);
+            QVERIFY(!logged(u"Input watchdog"_s));
+            QVERIFY(otherReader.pump().frames.empty());
         }
-        // What came after an overflow is lost as well (the resynchronisation drains it unread),
-        // so the sync waits until the backend has been through it.
-        QTRY_COMPARE_WITH_TIMEOUT(session.state(), GrabScrollManager::State::Idle, deadlineMs);
-        SYNC(mouse, twin);
-        QVERIFY(isOneClick(twin));
-        QCOMPARE(twin.heldButtons(), std::vector<int> {});
-        QCOMPARE(logged(u"overflowed: events were lost"_s), overflow);
-        QVERIFY(!logged(u"Input watchdog"_s));
-        QVERIFY(otherReader.pump().frames.empty());
     }
 
     // A drag scrolls with the content following the hand (reverse scrolling on) or against it; a
@@ -220,72 +218,58 @@ private Q_SLOTS:
     // cannot be read counts as 1000 dpi; slowAndFastDragsScrollAlike covers the readable ones. The drag itself still
     // reaches the twin, the right button never does, and every legacy click comes in the frame of its high-resolution
     // value.
-    void dragScrolls_data()
-    {
-        QTest::addColumn<QByteArray>("mouse");
-        QTest::addColumn<int>("dpi");
-        QTest::addColumn<bool>("reverse");
-        QTest::addColumn<bool>("pixels");
-        QTest::addColumn<int>("steps");
-        QTest::addColumn<int>("dx");
-        QTest::addColumn<int>("dy");
-        QTest::addColumn<int>("wheel"); // expected REL_WHEEL_HI_RES total; REL_WHEEL is its whole 120s
-        QTest::addColumn<int>("hwheel"); // the same for REL_HWHEEL_HI_RES and REL_HWHEEL
-
-        // REL_WHEEL positive moves the content down, REL_HWHEEL positive moves it left.
-        const QByteArray plain = "Kestrix Test Mouse";
-        QTest::newRow("down, following") << plain << 1000 << true << true << 10 << 0 << 10 << 218 << 0;
-        QTest::newRow("right, following") << plain << 1000 << true << true << 10 << 10 << 0 << 0 << -218;
-        QTest::newRow("down, against") << plain << 1000 << false << true << 10 << 0 << 10 << -218 << 0;
-        QTest::newRow("right, against") << plain << 1000 << false << true << 10 << 10 << 0 << 0 << 218;
-        QTest::newRow("axis lock: 3 pixels across, then 80 down")
-            << plain << 1000 << true << true << 10 << 3 << 8 << 174 << -6;
-        QTest::newRow("line units: 10 lines a step, a third of a detent each")
-            << plain << 1000 << true << false << 3 << 0 << 10 << 1200 << 0;
-        QTest::newRow("MOUSE_DPI \"fast\"")
-            << QByteArray("Kestrix Test Mouse bad dpi") << 1000 << true << true << 10 << 0 << 10 << 218 << 0;
-    }
     void dragScrolls()
     {
-        QFETCH(QByteArray, mouse);
-        QFETCH(int, dpi);
-        QFETCH(bool, reverse);
-        QFETCH(bool, pixels);
-        QFETCH(int, steps);
-        QFETCH(int, dx);
-        QFETCH(int, dy);
-        QFETCH(int, wheel);
-        QFETCH(int, hwheel);
-        if (mouse.endsWith("dpi") && !QFile::exists(u"/run/udev/rules.d/70-kestrix-test-mice.rules"_s))
-            QSKIP("the MOUSE_DPI rule of tests/linux/vm is not installed");
-        set(SettingsKeys::reverseScroll, reverse);
-        set(SettingsKeys::usePixelScrolling, pixels);
+        // REL_WHEEL positive moves the content down, REL_HWHEEL positive moves it left. wheel and hwheel:
+        // the expected REL_WHEEL_HI_RES and REL_HWHEEL_HI_RES totals; the legacy ones are their whole 120s.
+        const char *const plain = "Kestrix Test Mouse";
+        const struct
+        {
+            const char *name, *mouse;
+            bool reverse, pixels;
+            int steps, dx, dy, wheel, hwheel;
+        } rows[] = { { "down, following", plain, true, true, 10, 0, 10, 218, 0 },
+            { "right, following", plain, true, true, 10, 10, 0, 0, -218 },
+            { "down, against", plain, false, true, 10, 0, 10, -218, 0 },
+            { "right, against", plain, false, true, 10, 10, 0, 0, 218 },
+            { "axis lock: 3 pixels across, then 80 down", plain, true, true, 10, 3, 8, 174, -6 },
+            { "line units: 10 lines a step, a third of a detent each", plain, true, false, 3, 0, 10, 1200, 0 },
+            { "MOUSE_DPI \"fast\"", "Kestrix Test Mouse bad dpi", true, true, 10, 0, 10, 218, 0 } };
+        for (const auto &[name, mouse, reverse, pixels, steps, dx, dy, wheel, hwheel] : rows) {
+            const Row row { QString::fromUtf8(name) };
+            const bool badDpi = mouse != plain;
+            if (badDpi && !QFile::exists(u"/run/udev/rules.d/70-kestrix-test-mice.rules"_s))
+                continue; // the MOUSE_DPI rule of tests/linux/vm is not installed
+            init(); // each row afresh
+            set(SettingsKeys::reverseScroll, reverse);
+            set(SettingsKeys::usePixelScrolling, pixels);
 
-        VirtualMouse source(mouse.constData());
-        Session session;
-        TAKE_OVER(session, source, twin);
-        EventLog otherReader(source.node());
-        QCOMPARE(session.device(source.node())->dpi, dpi);
-        QCOMPARE(logged(u"Ignoring MOUSE_DPI \"fast\""_s), mouse.endsWith("bad dpi"));
+            VirtualMouse source(mouse);
+            Session session;
+            TAKE_OVER(session, source, twin);
+            EventLog otherReader(source.node());
+            QCOMPARE(session.device(source.node())->dpi, 1000);
+            QCOMPARE(logged(u"Ignoring MOUSE_DPI \"fast\""_s), badDpi);
 
-        source.drag(dx, dy, steps);
-        SYNC(source, twin);
-        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), wheel);
-        QCOMPARE(twin.sum(EV_REL, REL_HWHEEL_HI_RES), hwheel);
-        QCOMPARE(twin.sum(EV_REL, REL_WHEEL), wheel / 120);
-        QCOMPARE(twin.sum(EV_REL, REL_HWHEEL), hwheel / 120);
-        for (const auto &frame : twin.frames) {
-            const auto has = [&](int code) {
-                return std::any_of(frame.begin(), frame.end(),
-                    [&](const input_event &e) { return e.type == EV_REL && e.code == code; });
-            };
-            QVERIFY(!has(REL_WHEEL) || has(REL_WHEEL_HI_RES));
-            QVERIFY(!has(REL_HWHEEL) || has(REL_HWHEEL_HI_RES));
+            source.drag(dx, dy, steps);
+            SYNC(source, twin);
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), wheel);
+            QCOMPARE(twin.sum(EV_REL, REL_HWHEEL_HI_RES), hwheel);
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL), wheel / 120);
+            QCOMPARE(twin.sum(EV_REL, REL_HWHEEL), hwheel / 120);
+            for (const auto &frame : twin.frames) {
+                const auto has = [&](int code) {
+                    return std::any_of(frame.begin(), frame.end(),
+                        [&](const input_event &e) { return e.type == EV_REL && e.code == code; });
+                };
+                QVERIFY(!has(REL_WHEEL) || has(REL_WHEEL_HI_RES));
+                QVERIFY(!has(REL_HWHEEL) || has(REL_HWHEEL_HI_RES));
+            }
+            QCOMPARE(twin.sum(EV_REL, REL_X), steps * dx);
+            QCOMPARE(twin.sum(EV_REL, REL_Y), steps * dy);
+            QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
+            QVERIFY(otherReader.pump().frames.empty());
         }
-        QCOMPARE(twin.sum(EV_REL, REL_X), steps * dx);
-        QCOMPARE(twin.sum(EV_REL, REL_Y), steps * dy);
-        QCOMPARE(twin.framesWith(EV_KEY, BTN_RIGHT), 0);
-        QVERIFY(otherReader.pump().frames.empty());
     }
 
     // After the release the scroll goes on by itself in the drag's direction, every step on the
@@ -466,80 +450,66 @@ private Q_SLOTS:
     // The same hand travel scrolls the same, dragged slowly (one count a frame) or quickly (frames
     // of many counts), at every resolution: half an inch, 500 points, scrolls 495 past the
     // threshold, 1080 units.
-    void slowAndFastDragsScrollAlike_data()
-    {
-        QTest::addColumn<QByteArray>("mouse");
-        QTest::addColumn<int>("dpi");
-        QTest::newRow("400 dpi") << QByteArray("Kestrix Test Mouse 400dpi") << 400;
-        QTest::newRow("1600 dpi") << QByteArray("Kestrix Test Mouse 1600dpi") << 1600;
-        QTest::newRow("16000 dpi") << QByteArray("Kestrix Test Mouse 16000dpi") << 16000;
-    }
     void slowAndFastDragsScrollAlike()
     {
-        QFETCH(QByteArray, mouse);
-        QFETCH(int, dpi);
         if (!QFile::exists(u"/run/udev/rules.d/70-kestrix-test-mice.rules"_s))
             QSKIP("the MOUSE_DPI rule of tests/linux/vm is not installed");
-        VirtualMouse source(mouse.constData());
-        Session session;
-        TAKE_OVER(session, source, twin);
-        QCOMPARE(session.device(source.node())->dpi, dpi);
-        const int counts = dpi / 2;
-        int scrolled[2] = {};
-        for (const int frameCounts : { 1, dpi / 10 }) {
-            const int before = twin.pump().sum(EV_REL, REL_WHEEL_HI_RES);
-            source.press(BTN_RIGHT);
-            for (int moved = frameCounts, frames = 1; moved <= counts; moved += frameCounts, ++frames) {
-                source.move(0, frameCounts);
-                // The kernel keeps only a few dozen events for a reader that lags, the backend's
-                // read of the source included: every 16 frames, wait until they came through.
-                if (frames % 16 == 0)
-                    SYNC(source, twin);
+        for (const int dpi : { 400, 1600, 16000 }) {
+            const Row row { QString::number(dpi) };
+            VirtualMouse source((QByteArray("Kestrix Test Mouse ") + QByteArray::number(dpi) + "dpi").constData());
+            Session session;
+            TAKE_OVER(session, source, twin);
+            QCOMPARE(session.device(source.node())->dpi, dpi);
+            const int counts = dpi / 2;
+            int scrolled[2] = {};
+            for (const int frameCounts : { 1, dpi / 10 }) {
+                const int before = twin.pump().sum(EV_REL, REL_WHEEL_HI_RES);
+                source.press(BTN_RIGHT);
+                for (int moved = frameCounts, frames = 1; moved <= counts; moved += frameCounts, ++frames) {
+                    source.move(0, frameCounts);
+                    // The kernel keeps only a few dozen events for a reader that lags, the backend's
+                    // read of the source included: every 16 frames, wait until they came through.
+                    if (frames % 16 == 0)
+                        SYNC(source, twin);
+                }
+                source.release(BTN_RIGHT);
+                SYNC(source, twin);
+                QCOMPARE(twin.dropped(), 0);
+                scrolled[frameCounts == 1 ? 0 : 1] = twin.sum(EV_REL, REL_WHEEL_HI_RES) - before;
             }
-            source.release(BTN_RIGHT);
-            SYNC(source, twin);
-            QCOMPARE(twin.dropped(), 0);
-            scrolled[frameCounts == 1 ? 0 : 1] = twin.sum(EV_REL, REL_WHEEL_HI_RES) - before;
+            QVERIFY2(qAbs(scrolled[0] - 1080) <= 32 && qAbs(scrolled[1] - 1080) <= 32,
+                qPrintable(u"slow %1, fast %2"_s.arg(scrolled[0]).arg(scrolled[1])));
         }
-        QVERIFY2(qAbs(scrolled[0] - 1080) <= 32 && qAbs(scrolled[1] - 1080) <= 32,
-            qPrintable(u"slow %1, fast %2"_s.arg(scrolled[0]).arg(scrolled[1])));
     }
 
     // Another trigger button, or the desktop's left hand: the chosen button drags to scroll and
     // clicks as itself when short, and every other button passes untouched.
-    void triggerButtons_data()
-    {
-        QTest::addColumn<QString>("button");
-        QTest::addColumn<bool>("leftHanded");
-        QTest::addColumn<int>("trigger");
-        QTest::addColumn<int>("other");
-        QTest::newRow("middle") << u"middle"_s << false << int(BTN_MIDDLE) << int(BTN_RIGHT);
-        QTest::newRow("secondary, left hand") << u"secondary"_s << true << int(BTN_LEFT) << int(BTN_RIGHT);
-    }
     void triggerButtons()
     {
-        QFETCH(QString, button);
-        QFETCH(bool, leftHanded);
-        QFETCH(int, trigger);
-        QFETCH(int, other);
-        set(SettingsKeys::triggerButton, button);
-        VirtualMouse mouse("Kestrix Test Mouse");
-        Session session;
-        session.input.setDesktopPointer(leftHanded, false);
-        TAKE_OVER(session, mouse, twin);
+        const std::tuple<const char *, bool, int, int> rows[]
+            = { { "middle", false, BTN_MIDDLE, BTN_RIGHT }, { "secondary", true, BTN_LEFT, BTN_RIGHT } };
+        for (const auto &[button, leftHanded, trigger, other] : rows) {
+            const Row row { QString::fromLatin1(button) };
+            init();
+            set(SettingsKeys::triggerButton, QString::fromLatin1(button));
+            VirtualMouse mouse("Kestrix Test Mouse");
+            Session session;
+            session.input.setDesktopPointer(leftHanded, false);
+            TAKE_OVER(session, mouse, twin);
 
-        mouse.drag(0, 10, 10, trigger);
-        SYNC(mouse, twin);
-        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
-        QCOMPARE(twin.framesWith(EV_KEY, trigger), 0);
-        mouse.press(trigger);
-        mouse.release(trigger);
-        mouse.drag(0, 10, 10, other);
-        SYNC(mouse, twin);
-        QCOMPARE(twin.framesWith(EV_KEY, trigger), 2); // the short press, replayed as a click
-        QCOMPARE(twin.framesWith(EV_KEY, other), 2); // the other button's drag, untouched
-        QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
-        QCOMPARE(twin.heldButtons(), std::vector<int> {});
+            mouse.drag(0, 10, 10, trigger);
+            SYNC(mouse, twin);
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+            QCOMPARE(twin.framesWith(EV_KEY, trigger), 0);
+            mouse.press(trigger);
+            mouse.release(trigger);
+            mouse.drag(0, 10, 10, other);
+            SYNC(mouse, twin);
+            QCOMPARE(twin.framesWith(EV_KEY, trigger), 2); // the short press, replayed as a click
+            QCOMPARE(twin.framesWith(EV_KEY, other), 2); // the other button's drag, untouched
+            QCOMPARE(twin.sum(EV_REL, REL_WHEEL_HI_RES), 218);
+            QCOMPARE(twin.heldButtons(), std::vector<int> {});
+        }
     }
 
     // A mouse switched off in the preferences is given back at once, its twin gone, while the
