@@ -30,8 +30,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace kestrix {
 
@@ -108,11 +108,12 @@ const QString listStyle = u"QScrollArea { background: transparent; border: none;
                           " QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
                           " QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; }"_s;
 
+// "%.2f" as in the C locale, as the speed: a dot whatever the system's number format.
 QString formatGlide(double glide)
 {
     std::array<char, 16> text {};
-    std::snprintf(text.data(), text.size(), "%.2f", glide);
-    return QString::fromLatin1(text.data());
+    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), glide, std::chars_format::fixed, 2);
+    return error == std::errc() ? QString::fromLatin1(text.data(), end - text.data()) : u"0.00"_s;
 }
 
 // A list inside a card that asks for as many rows as it should show, and for its banner above the
