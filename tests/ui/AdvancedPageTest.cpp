@@ -1,19 +1,14 @@
-// The Advanced page seen from the user's side: what each control writes and reports, the mice
-// list against the engine's mice and the switched-off ones, adding the app under the pointer, and
-// the way in and out of the page by keyboard and back arrow.
+// The Advanced page's lists seen from the user's side: the mice against the engine's mice and the
+// switched-off ones, adding the app under the pointer, and the note where no desktop tells it.
 
 #include "UiTestSupport.h"
 
-#include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 #include "engine/ScrollConfig.h"
 #include "l10n/L10n.h"
-#include "l10n/Language.h"
 #include "session/AppMatcher.h"
 #include "ui/AdvancedControls.h"
 
-#include <QApplication>
-#include <QJsonArray>
 #include <QPushButton>
 #include <QTest>
 
