@@ -24,13 +24,14 @@
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QSlider>
+#include <QStyleOptionComboBox>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 
 namespace kestrix {
 
@@ -49,7 +50,9 @@ constexpr int rowGap = 10; // between the rows of the scrolling card
 constexpr int titleToControl = 12; // a row's title to its control
 constexpr int captionToSlider = 6; // "Short" and "Long", and the threshold's value, to the slider
 constexpr int titleToSlider = 2; // a slider's title to the slider
-constexpr int popupWidth = 160; // as the main page's language pop-up
+constexpr int popupWidth = 160; // as the main page's language pop-up, where its names fit
+constexpr int minimumTitleWidth = 96; // the pop-up's title keeps this much of the row
+constexpr int cardContentWidth = PreferencesWindow::windowWidth - 4 * sideMargin;
 constexpr int valueWidth = 38; // room kept for "20 pt"
 constexpr int headerButtonInset = 8; // header edge to the back and close buttons
 constexpr int visibleMice = 2; // rows the mice list shows before it scrolls
@@ -105,11 +108,12 @@ const QString listStyle = u"QScrollArea { background: transparent; border: none;
                           " QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
                           " QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; }"_s;
 
+// "%.2f" as in the C locale, as the speed: a dot whatever the system's number format.
 QString formatGlide(double glide)
 {
     std::array<char, 16> text {};
-    std::snprintf(text.data(), text.size(), "%.2f", glide);
-    return QString::fromLatin1(text.data());
+    const auto [end, error] = std::to_chars(text.data(), text.data() + text.size(), glide, std::chars_format::fixed, 2);
+    return error == std::errc() ? QString::fromLatin1(text.data(), end - text.data()) : u"0.00"_s;
 }
 
 // A list inside a card that asks for as many rows as it should show, and for its banner above the
@@ -123,9 +127,8 @@ public:
     bool asksForBanner = true; // false: the banner scrolls with the rows when the page is short
     QSize sizeHint() const override
     {
-        constexpr int listWidth = PreferencesWindow::windowWidth - 4 * sideMargin;
         const bool showsBanner = asksForBanner && banner != nullptr && !banner->isHidden();
-        return { 0, wantedRows * ListRow::height + (showsBanner ? banner->heightForWidth(listWidth) : 0) };
+        return { 0, wantedRows * ListRow::height + (showsBanner ? banner->heightForWidth(cardContentWidth) : 0) };
     }
     QSize minimumSizeHint() const override { return { 0, ListRow::height }; }
 };
@@ -251,9 +254,11 @@ QWidget *AdvancedPage::buildHeader(QWidget *parent)
     m_closeButton->setObjectName(u"advancedCloseButton"_s);
     connect(m_closeButton, &CloseButton::clicked, this, &AdvancedPage::closeRequested);
 
-    // The buttons sit where the main page's close button sits, so it does not move between pages.
+    // The buttons sit where the main page's close button sits, so it does not move between pages;
+    // centred in the band, they keep their inset from its top while the title, in a tall script,
+    // takes the band's whole height.
     auto *layout = new QHBoxLayout(header);
-    layout->setContentsMargins(headerButtonInset, headerButtonInset, headerButtonInset, headerButtonInset);
+    layout->setContentsMargins(headerButtonInset, 0, headerButtonInset, 0);
     layout->setSpacing(4);
     layout->addWidget(m_backButton, 0, Qt::AlignVCenter);
     layout->addWidget(m_titleLabel, 1, Qt::AlignVCenter);
@@ -278,7 +283,6 @@ QWidget *AdvancedPage::buildScrollingCard(QWidget *parent)
     m_buttonTitle = makeLabel(card, u"buttonTitle"_s, controlPoints, QFont::Normal, true);
     m_buttonPopup = new QComboBox(card);
     m_buttonPopup->setObjectName(u"buttonPopup"_s);
-    m_buttonPopup->setFixedWidth(popupWidth);
     m_texts.push_back({ m_buttonPopup, controlPoints, QFont::Normal });
     for (const TriggerButton button : buttonOrder)
         m_buttonPopup->addItem(QString(), QString(ScrollConfig::triggerButtonName(button)));
@@ -332,10 +336,11 @@ QWidget *AdvancedPage::buildScrollingCard(QWidget *parent)
     glideRow->addWidget(m_glideShort, 0, Qt::AlignTop);
     glideRow->addWidget(m_glideSlider, 1);
     glideRow->addWidget(m_glideLong, 0, Qt::AlignTop);
-    // "Short" and "Long" stand level with the slider's groove.
+    // "Short" and "Long" stand level with the slider's groove, or a script taller than the
+    // groove centres on it.
     const int sliderHeight = m_glideSlider->slider()->sizeHint().height();
     for (QLabel *caption : { m_glideShort, m_glideLong }) {
-        caption->setFixedHeight(sliderHeight);
+        caption->setMinimumHeight(sliderHeight);
         caption->setAlignment(Qt::AlignVCenter);
     }
 
@@ -653,6 +658,25 @@ void AdvancedPage::applyFont(QWidget *widget, int size, QFont::Weight weight)
     widget->setFont(AppStyle::systemFont(std::max(minimumTextSize, size - m_shrink), weight));
 }
 
+void AdvancedPage::fitPopup()
+{
+    // As wide as its longest name needs, beside a title that keeps room enough to wrap in, and as
+    // tall as its tallest script needs.
+    QStyleOptionComboBox option;
+    option.initFrom(m_buttonPopup);
+    option.rect = QRect(QPoint(), QSize(popupWidth, m_buttonPopup->sizeHint().height()));
+    const QSize field = m_buttonPopup->style()
+                            ->subControlRect(QStyle::CC_ComboBox, &option, QStyle::SC_ComboBoxEditField, m_buttonPopup)
+                            .size();
+    QSize names;
+    for (int i = 0; i < m_buttonPopup->count(); ++i)
+        names = names.expandedTo(m_buttonPopup->fontMetrics().size(0, m_buttonPopup->itemText(i)));
+    const QSize needed = names + option.rect.size() - field;
+    m_buttonPopup->setFixedWidth(
+        std::clamp(needed.width(), popupWidth, cardContentWidth - titleToControl - minimumTitleWidth));
+    m_buttonPopup->setMinimumHeight(std::max(needed.height(), option.rect.height()));
+}
+
 void AdvancedPage::fitTextToPage()
 {
     // Long titles wrap first. When the wrapped page is still too tall, the mice list shows one
@@ -685,6 +709,7 @@ void AdvancedPage::fitTextToPage()
     m_shrink = 0;
     for (const PageText &text : m_texts)
         applyFont(text.widget, text.size, text.weight);
+    fitPopup();
     if (fits())
         return;
     showMice(1);
@@ -699,6 +724,7 @@ void AdvancedPage::fitTextToPage()
         ++m_shrink;
         for (const PageText &text : m_texts)
             applyFont(text.widget, text.size, text.weight);
+        fitPopup();
         if (fits())
             return;
     }

@@ -105,6 +105,7 @@ private:
     void rebuildApps();
     void refreshAppSource();
     void updateTabOrder();
+    void fitPopup();
     void fitTextToPage();
     void applyFont(QWidget *widget, int size, QFont::Weight weight);
 

@@ -18,6 +18,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDesktopServices>
+#include <QFocusEvent>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -124,6 +125,24 @@ template<typename Layout> Layout *cardLayout(CardView *card, PageFit &fit)
     fit.addLayout(layout);
     return layout;
 }
+
+// A label holding one link that is one stop of the Tab key: given the focus by the keyboard or by
+// the window, it selects its link at once, so Enter follows it. A label alone would take a stop
+// of its own first, where Enter does nothing.
+class LinkLabel final : public QLabel
+{
+public:
+    using QLabel::QLabel;
+
+protected:
+    void focusInEvent(QFocusEvent *event) override
+    {
+        QLabel::focusInEvent(event);
+        const Qt::FocusReason reason = event->reason();
+        if (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason || reason == Qt::OtherFocusReason)
+            focusNextPrevChild(reason != Qt::BacktabFocusReason);
+    }
+};
 
 } // namespace
 
@@ -453,7 +472,7 @@ QWidget *PreferencesWindow::buildFooter(QWidget *parent) const
 // Advanced page: a link in the text of the section headings, as tall as they are.
 QWidget *PreferencesWindow::buildAdvancedLink(QWidget *parent)
 {
-    auto *link = new QLabel(parent);
+    auto *link = new LinkLabel(parent);
     link->setObjectName(u"advancedLink"_s);
     m_fit.addText(link, sectionPoints, QFont::Normal, cardContentWidth / 2);
     link->setTextFormat(Qt::RichText);

@@ -453,9 +453,10 @@ HeaderCommandBar::HeaderCommandBar(QStyle *controlStyle, QWidget *parent)
     m_quitButton->setCursor(Qt::PointingHandCursor);
     // Focus, and with it the focus ring below, comes only from the keyboard.
     m_quitButton->setFocusPolicy(Qt::TabFocus);
+    // No padding above and below the text: a tall script's line fills the header's top strip.
     m_quitButton->setStyleSheet(
         u"QPushButton { color: white; background: transparent; border: 1px solid rgba(255, 255, 255, 150);"
-        " border-radius: 10px; padding: 1px 10px; }"
+        " border-radius: 10px; padding: 0 10px; }"
         " QPushButton:hover { background: rgba(255, 255, 255, 40); }"
         " QPushButton:pressed { background: rgba(255, 255, 255, 80); }"
         " QPushButton:focus { border: 2px solid white; }"_s);
@@ -476,6 +477,14 @@ void HeaderCommandBar::setTexts(const QString &enabledText, const QString &quitT
 {
     m_enabledSwitch->setText(enabledText);
     m_quitButton->setText(quitText);
+}
+
+void HeaderCommandBar::changeEvent(QEvent *event)
+{
+    // A button with a style sheet of its own does not take its parent's font: the bar hands it on.
+    if (event->type() == QEvent::FontChange)
+        m_quitButton->setFont(font());
+    QWidget::changeEvent(event);
 }
 
 void HeaderCommandBar::setEngineEnabled(bool enabled) { m_enabledSwitch->setChecked(enabled); }

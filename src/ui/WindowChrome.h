@@ -151,6 +151,9 @@ Q_SIGNALS:
     void toggleRequested();
     void quitRequested();
 
+protected:
+    void changeEvent(QEvent *event) override;
+
 private:
     QCheckBox *m_enabledSwitch;
     QPushButton *m_quitButton;

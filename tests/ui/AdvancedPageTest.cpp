@@ -1,19 +1,14 @@
-// The Advanced page seen from the user's side: what each control writes and reports, the mice
-// list against the engine's mice and the switched-off ones, adding the app under the pointer, and
-// the way in and out of the page by keyboard and back arrow.
+// The Advanced page's lists seen from the user's side: the mice against the engine's mice and the
+// switched-off ones, adding the app under the pointer, and the note where no desktop tells it.
 
 #include "UiTestSupport.h"
 
-#include "core/SettingsKeys.h"
 #include "core/SettingsStore.h"
 #include "engine/ScrollConfig.h"
 #include "l10n/L10n.h"
-#include "l10n/Language.h"
 #include "session/AppMatcher.h"
 #include "ui/AdvancedControls.h"
 
-#include <QApplication>
-#include <QJsonArray>
 #include <QPushButton>
 #include <QTest>
 
@@ -50,46 +45,6 @@ class AdvancedPageTest : public QObject
 
 private Q_SLOTS:
     void init() { store().clear(); }
-
-    void eachControlWritesItsSettingAndReportsIt()
-    {
-        QJsonArray withoutFirst = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
-        withoutFirst.removeFirst();
-        QJsonArray withGimp = QJsonArray::fromStringList(AppMatcher::defaultPatterns());
-        withGimp.append(u"org.gimp.GIMP"_s);
-        // The pop-up down one, the sliders a step up from 5 and 0.97, a mouse switched off, the first
-        // default app removed, the app under the pointer added.
-        const struct
-        {
-            QString control;
-            QLatin1StringView key;
-            QJsonValue stored;
-            QString settingName, value;
-        } rows[] = { { u"buttonPopup"_s, SettingsKeys::triggerButton, u"middle"_s, u"trigger_button"_s, u"middle"_s },
-            { u"thresholdSlider"_s, SettingsKeys::dragThreshold, 6, u"drag_threshold"_s, u"6"_s },
-            { u"glideSlider"_s, SettingsKeys::momentumGlide, 0.98, u"momentum_glide"_s, u"0.98"_s },
-            { u"mouseSwitch"_s, SettingsKeys::disabledMice, QJsonArray { ScrollConfig::mouseToJson(optical) },
-                u"disabled_mice"_s, u"1"_s },
-            { u"removeAppButton"_s, SettingsKeys::excludedApps, withoutFirst, u"excluded_apps"_s,
-                QString::number(withoutFirst.size()) },
-            { u"addAppButton"_s, SettingsKeys::excludedApps, withGimp, u"excluded_apps"_s,
-                QString::number(withGimp.size()) } };
-        for (const auto &[control, key, stored, settingName, value] : rows) {
-            const Row row { control };
-            store().clear();
-            AdvancedShown shown({ { optical, true, true } });
-            shown.recorder.appSource.appUnderPointer = u"org.gimp.GIMP"_s;
-            // The keyboard for the pop-up and the sliders, a click for the buttons, as a user would.
-            if (auto *button = qobject_cast<QAbstractButton *>(shown.all(control).value(0)))
-                button->click();
-            else
-                QTest::keyClick(shown.get(control), control == "buttonPopup"_L1 ? Qt::Key_Down : Qt::Key_Right);
-            QTRY_COMPARE(store().value(key), stored);
-            QCOMPARE(shown.recorder.events.last().name, u"setting_changed"_s);
-            QCOMPARE(shown.recorder.events.last().params,
-                QJsonObject({ { u"setting_name"_s, settingName }, { u"value"_s, value } }));
-        }
-    }
 
     void miceListShowsConnectedUnpluggedAndSwitchedOffMice()
     {
@@ -162,36 +117,6 @@ private Q_SLOTS:
         shown.recorder.appSource.statusChanged();
         QVERIFY(shown.get(u"sourceNote"_s)->isVisible());
         QVERIFY(!shown.get(u"gnomeExtensionButton"_s)->isVisible());
-    }
-
-    void tabReachesEveryControlAndEscapeGoesBackBeforeClosing()
-    {
-        AdvancedShown shown({ { optical, true, true } });
-        PreferencesWindow &window = shown.window;
-        QVERIFY(QTest::qWaitForWindowActive(&window));
-        // Top to bottom, then the header's arrow and close button, and round again; nothing of the
-        // hidden main page in between.
-        QStringList expected { u"buttonPopup"_s, u"thresholdSlider"_s, u"glideSlider"_s, u"mouseSwitch"_s };
-        for (qsizetype i = 0; i < AppMatcher::defaultPatterns().size(); ++i)
-            expected.append(u"removeAppButton"_s);
-        expected += { u"addAppButton"_s, u"backButton"_s, u"advancedCloseButton"_s, u"buttonPopup"_s };
-        QStringList chain;
-        for (qsizetype i = 0; i < expected.size(); ++i) {
-            chain.append(QApplication::focusWidget()->objectName());
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        }
-        QCOMPARE(chain, expected);
-
-        QTest::keyClick(&window, Qt::Key_Escape);
-        QVERIFY(!window.advancedPageShown());
-        QVERIFY(window.isVisible());
-        // Back in with the link, out with the arrow; Escape on the main page closes the window.
-        Q_EMIT shown.get<QLabel>(u"advancedLink"_s)->linkActivated(u"advanced"_s);
-        QVERIFY(window.advancedPageShown());
-        shown.get<QAbstractButton>(u"backButton"_s)->click();
-        QVERIFY(!window.advancedPageShown());
-        QTest::keyClick(&window, Qt::Key_Escape);
-        QVERIFY(!window.isVisible());
     }
 };
 
