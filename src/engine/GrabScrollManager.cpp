@@ -107,17 +107,15 @@ Verdict GrabScrollManager::handleRightMouseDragged(const PointerEvent &event, Ev
     if (m_state == State::Idle)
         return Verdict::Pass;
 
-    const double dx = event.deltaX;
-    const double dy = event.deltaY;
-    m_accumulatedDelta += std::sqrt(dx * dx + dy * dy);
-
+    // The path matters only until it crosses the threshold: a scrolling drag skips the square root.
     if (m_state == State::Pending) {
+        m_accumulatedDelta += std::sqrt(event.deltaX * event.deltaX + event.deltaY * event.deltaY);
         if (m_accumulatedDelta < m_settings.dragThreshold)
             return Verdict::Drop;
         beginScrolling();
     }
     // Only this step is scrolled: the path travelled before the threshold never is.
-    postScrollEvent(dx, dy, poster);
+    postScrollEvent(event.deltaX, event.deltaY, poster);
     // The drag itself still reaches the applications; only press and release are withheld.
     return Verdict::Pass;
 }
