@@ -1,6 +1,5 @@
 #include "linux/WheelEncoder.h"
 
-#include <cmath>
 #include <limits>
 
 namespace kestrix {
@@ -18,21 +17,22 @@ input_event wheelEvent(std::uint16_t code, std::int64_t value)
 
 } // namespace
 
-WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, double unitsPerAmount, std::int64_t amount)
+WheelEncoder::AxisOutput WheelEncoder::step(Axis &axis, Ratio unitsPerAmount, std::int64_t amount)
 {
     if (amount == 0)
         return {};
     // A turn of direction starts counting afresh: a remainder of the other direction must not eat
-    // into the first click of this one.
-    if ((amount > 0 && (axis.remainder < 0 || axis.fraction < 0.0))
-        || (amount < 0 && (axis.remainder > 0 || axis.fraction > 0.0))) {
+    // into the first click of this one. A fraction in other parts (the unit changed) is dropped too.
+    if ((amount > 0 && (axis.remainder < 0 || axis.fraction < 0))
+        || (amount < 0 && (axis.remainder > 0 || axis.fraction > 0)) || axis.fractionOf != unitsPerAmount.per) {
         axis.remainder = 0;
-        axis.fraction = 0.0;
+        axis.fraction = 0;
+        axis.fractionOf = unitsPerAmount.per;
     }
-    const double exact = static_cast<double>(amount) * unitsPerAmount + axis.fraction;
-    const double whole = std::trunc(exact);
-    axis.fraction = exact - whole;
-    const auto hiRes = static_cast<std::int64_t>(whole);
+    // Division truncates toward zero: what is left keeps the amount's sign, like the hand's way.
+    const std::int64_t exact = amount * unitsPerAmount.units + axis.fraction;
+    const std::int64_t hiRes = exact / unitsPerAmount.per;
+    axis.fraction = exact - hiRes * unitsPerAmount.per;
     axis.remainder += hiRes;
     const std::int64_t clicks = axis.remainder / unitsPerDetent;
     axis.remainder -= clicks * unitsPerDetent;
@@ -44,7 +44,7 @@ std::optional<std::size_t> WheelEncoder::encode(
 {
     const Axis savedVertical = m_vertical;
     const Axis savedHorizontal = m_horizontal;
-    const double unitsPerAmount = unit == ScrollUnit::Line ? hiResUnitsPerLine : hiResUnitsPerPixel;
+    const Ratio unitsPerAmount = unit == ScrollUnit::Line ? hiResUnitsPerLine : hiResUnitsPerPixel;
     const AxisOutput v = step(m_vertical, unitsPerAmount, vertical);
     // REL_HWHEEL positive moves the content left; the engine's positive moves it right.
     const AxisOutput h = step(m_horizontal, unitsPerAmount, -static_cast<std::int64_t>(horizontal));

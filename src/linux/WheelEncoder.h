@@ -30,7 +30,8 @@ inline input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_
 // the hand's direction, so the content follows the hand on both axes.
 //
 // Units: 120 high-resolution units are one wheel detent. Pixel amounts are scaled by
-// hiResUnitsPerPixel; fractions of a unit are carried per axis to the next event. The legacy
+// hiResUnitsPerPixel; fractions of a unit are carried per axis to the next event, exactly: in
+// integers, as elevenths of a unit, so that no amount of drags drifts from the total. The legacy
 // REL_WHEEL/REL_HWHEEL click goes out in the same frame each time the high-resolution total of the
 // current direction crosses a multiple of 120, the remainder carried, as the kernel's own hi-res
 // drivers do. A line is a third of a detent (40 units), because toolkits scroll about three lines
@@ -41,11 +42,17 @@ inline input_event makeEvent(std::uint16_t type, std::uint16_t code, std::int32_
 class WheelEncoder
 {
 public:
+    // High-resolution units per amount, as a fraction.
+    struct Ratio
+    {
+        std::int64_t units;
+        std::int64_t per;
+    };
     // A browser scrolls about 50 to 60 pixels per detent, so 120 / 55 units per pixel make a page
     // at speed 1.0 move about as far as the hand that drags it.
-    static constexpr double hiResUnitsPerPixel = 120.0 / 55.0;
+    static constexpr Ratio hiResUnitsPerPixel { 120, 55 };
+    static constexpr Ratio hiResUnitsPerLine { 40, 1 };
     static constexpr std::int32_t unitsPerDetent = 120;
-    static constexpr double hiResUnitsPerLine = 40.0;
 
     // Up to four wheel events and the SYN_REPORT that closes the frame.
     using Frame = std::array<input_event, 5>;
@@ -61,7 +68,8 @@ public:
 private:
     struct Axis
     {
-        double fraction = 0.0; // high-resolution units not yet sent
+        std::int64_t fraction = 0; // high-resolution units not yet sent, in 1 / fractionOf
+        std::int64_t fractionOf = 1;
         std::int64_t remainder = 0; // high-resolution units sent since the last legacy click
     };
     struct AxisOutput
@@ -69,7 +77,7 @@ private:
         std::int64_t hiRes = 0;
         std::int64_t clicks = 0;
     };
-    static AxisOutput step(Axis &axis, double unitsPerAmount, std::int64_t amount);
+    static AxisOutput step(Axis &axis, Ratio unitsPerAmount, std::int64_t amount);
 
     Axis m_vertical;
     Axis m_horizontal;
