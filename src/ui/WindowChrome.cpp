@@ -453,13 +453,14 @@ HeaderCommandBar::HeaderCommandBar(QStyle *controlStyle, QWidget *parent)
     m_quitButton->setCursor(Qt::PointingHandCursor);
     // Focus, and with it the focus ring below, comes only from the keyboard.
     m_quitButton->setFocusPolicy(Qt::TabFocus);
-    // No padding above and below the text: a tall script's line fills the header's top strip.
+    // No padding above and below the text: a tall script's line fills the header's top strip. The
+    // focus shows in colour, not in a wider border, so the text keeps all its room.
     m_quitButton->setStyleSheet(
         u"QPushButton { color: white; background: transparent; border: 1px solid rgba(255, 255, 255, 150);"
         " border-radius: 10px; padding: 0 10px; }"
         " QPushButton:hover { background: rgba(255, 255, 255, 40); }"
         " QPushButton:pressed { background: rgba(255, 255, 255, 80); }"
-        " QPushButton:focus { border: 2px solid white; }"_s);
+        " QPushButton:focus { border: 1px solid white; background: rgba(255, 255, 255, 60); }"_s);
 
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
