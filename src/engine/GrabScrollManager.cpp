@@ -9,37 +9,41 @@
 namespace kestrix {
 namespace {
 
+[[noreturn, gnu::cold]] void amountOutOfRange(double amount)
+{
+    Log::fatal("[Kestrix] Scroll amount " + std::to_string(amount)
+        + " does not fit a scroll event; check scrollSpeed in the settings file");
+}
+
 // Fractions are dropped, not rounded and not carried to the next event. Only an absurd stored
 // speed can push an amount out of the wheel's 32-bit range; that stops the program rather than
 // scrolling by a silently clamped amount.
 std::int32_t toWheelAmount(double amount)
 {
-    const double truncated = std::trunc(amount);
-    if (!std::isfinite(truncated) || truncated < std::numeric_limits<std::int32_t>::min()
-        || truncated > std::numeric_limits<std::int32_t>::max()) {
-        Log::fatal("[Kestrix] Scroll amount " + std::to_string(amount)
-            + " does not fit a scroll event; check scrollSpeed in the settings file");
-    }
-    return static_cast<std::int32_t>(truncated);
+    // Both bounds are exact in a double; NaN fails them as well.
+    constexpr double below = static_cast<double>(std::numeric_limits<std::int32_t>::min()) - 1.0;
+    constexpr double above = static_cast<double>(std::numeric_limits<std::int32_t>::max()) + 1.0;
+    if (!(amount > below && amount < above))
+        amountOutOfRange(amount);
+    return static_cast<std::int32_t>(amount); // truncates toward zero
 }
 
 } // namespace
 
 void GrabScrollManager::History::append(double value)
 {
-    if (m_count == m_values.size()) {
-        for (std::size_t i = 1; i < m_count; ++i)
-            m_values[i - 1] = m_values[i];
-        --m_count;
-    }
-    m_values[m_count++] = value;
+    m_values[(m_oldest + m_count) % m_values.size()] = value;
+    if (m_count < m_values.size())
+        ++m_count;
+    else
+        m_oldest = (m_oldest + 1) % m_values.size();
 }
 
 double GrabScrollManager::History::average() const
 {
     double sum = 0.0;
-    for (const double value : values())
-        sum += value;
+    for (std::size_t i = 0; i < m_count; ++i)
+        sum += m_values[(m_oldest + i) % m_values.size()];
     return sum / static_cast<double>(m_count);
 }
 

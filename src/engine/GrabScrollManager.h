@@ -6,7 +6,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 namespace kestrix {
 
@@ -89,18 +88,19 @@ public:
     bool isMomentumRunning() const { return m_momentumRunning; }
 
 private:
-    // The last amounts of a gesture, oldest first, never more than velocityHistoryDepth.
+    // The last amounts of a gesture, never more than velocityHistoryDepth: a ring, the oldest
+    // overwritten.
     class History
     {
     public:
         void append(double value);
-        void clear() { m_count = 0; }
+        void clear() { m_count = m_oldest = 0; }
         bool empty() const { return m_count == 0; }
-        double average() const;
-        std::span<const double> values() const { return { m_values.data(), m_count }; }
+        double average() const; // summed oldest first
 
     private:
         std::array<double, velocityHistoryDepth> m_values {};
+        std::size_t m_oldest = 0;
         std::size_t m_count = 0;
     };
 

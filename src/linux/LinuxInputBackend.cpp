@@ -84,6 +84,27 @@ MouseIdentity identityOf(udev_device *node)
 
 std::string describeIdentity(const MouseIdentity &identity) { return identity.name.toStdString(); }
 
+// Out of the scrolling frame's way: only with KESTRIX_DEBUG set.
+[[gnu::cold, gnu::noinline]] void logScroll(
+    const ScrollEvent &event, const PointerDevice &target, std::span<const input_event> wheel)
+{
+    std::string line = std::string("[Kestrix] Scroll unit=") + unitName(event.unit)
+        + " vertical=" + std::to_string(event.vertical) + " horizontal=" + std::to_string(event.horizontal);
+    if (event.phases) {
+        line += " scrollPhase=" + std::to_string(event.phases->scrollPhase)
+            + " momentumPhase=" + std::to_string(event.phases->momentumPhase)
+            + " continuous=" + std::to_string(event.phases->isContinuous);
+    } else {
+        line += " (no phases)";
+    }
+    line += " -> " + target.twinNode() + ":";
+    for (const input_event &sent : wheel)
+        line += std::string(" ") + wheelCodeName(sent.code) + "=" + std::to_string(sent.value);
+    if (wheel.empty())
+        line += " nothing to write";
+    Log::debug(line);
+}
+
 } // namespace
 
 // Where the engine's posts go while a frame of one mouse is handled: its scroll joins the frame's
@@ -148,7 +169,6 @@ LinuxInputBackend::LinuxInputBackend(int epollFd)
 {
     if (m_timerFd >= 0)
         watchFd(m_timerFd);
-    m_frame.reserve(64);
     m_out.reserve(64);
     m_frameWheel.reserve(8);
     m_scratch.reserve(8);
@@ -261,7 +281,8 @@ bool LinuxInputBackend::install()
         m_udev = nullptr;
         return false;
     }
-    watchFd(udev_monitor_get_fd(m_monitor));
+    m_monitorFd = udev_monitor_get_fd(m_monitor);
+    watchFd(m_monitorFd);
     m_watchdog = std::make_unique<InputWatchdog>(watchdogLimit, [this] { releaseAllFromWatchdog(); });
 
     udev_enumerate *enumerate = udev_enumerate_new(m_udev);
@@ -305,10 +326,11 @@ void LinuxInputBackend::uninstall()
     m_seen.clear();
     m_gestureDevice = nullptr;
     if (m_monitor != nullptr) {
-        unwatchFd(udev_monitor_get_fd(m_monitor));
+        unwatchFd(m_monitorFd);
         udev_monitor_unref(m_monitor);
     }
     m_monitor = nullptr;
+    m_monitorFd = -1;
     if (m_udev != nullptr)
         udev_unref(m_udev);
     m_udev = nullptr;
@@ -467,6 +489,10 @@ void LinuxInputBackend::releaseAllFromWatchdog()
 
 void LinuxInputBackend::onReadable(int fd)
 {
+    if (Entry *entry = findByFd(fd)) {
+        service(*entry);
+        return;
+    }
     if (fd == m_timerFd) {
         std::uint64_t expirations = 0;
         if (::read(m_timerFd, &expirations, sizeof expirations) > 0 && m_engine != nullptr) {
@@ -475,12 +501,8 @@ void LinuxInputBackend::onReadable(int fd)
         }
         return;
     }
-    if (m_monitor != nullptr && fd == udev_monitor_get_fd(m_monitor)) {
+    if (fd == m_monitorFd && m_monitor != nullptr)
         onMonitorReadable();
-        return;
-    }
-    if (Entry *entry = findByFd(fd))
-        service(*entry);
 }
 
 void LinuxInputBackend::afterPass()
@@ -489,7 +511,7 @@ void LinuxInputBackend::afterPass()
         m_watchdog->serviced();
     // The watchdog gave the mice back while this thread was stuck; now it runs again, the engine
     // hears of it and switches the hook back on (reenable()).
-    if (m_watchdogFired.exchange(false)) {
+    if (m_watchdogFired.load(std::memory_order_relaxed) && m_watchdogFired.exchange(false)) {
         m_listChanged = true;
         if (m_engine != nullptr && m_engine->isStarted()) {
             TwinPoster poster(*this);
@@ -562,10 +584,13 @@ void LinuxInputBackend::removeEntry(Entry &entry)
 void LinuxInputBackend::service(Entry &entry)
 {
     PointerDevice *device = entry.device.get();
+    std::span<const input_event> frame;
     for (;;) {
-        switch (device->readFrame(m_frame)) {
+        switch (device->readFrame(frame)) {
         case PointerDevice::ReadStatus::Frame:
-            handleFrame(entry);
+            handleFrame(entry, frame);
+            if (device->takeDrained())
+                break;
             continue;
         case PointerDevice::ReadStatus::Gone:
             removeEntry(entry);
@@ -577,30 +602,38 @@ void LinuxInputBackend::service(Entry &entry)
     }
 }
 
-void LinuxInputBackend::handleFrame(Entry &entry)
+void LinuxInputBackend::handleFrame(Entry &entry, std::span<const input_event> frame)
 {
     PointerDevice &device = *entry.device;
     Gesture &gesture = entry.gesture;
-    const std::int64_t lostAt = device.grabLostAt();
     const bool grabbed = device.isGrabbed();
-    if (!grabbed && (lostAt == 0 || eventTimeNs(m_frame.front()) >= lostAt)) {
-        handleSharedFrame(entry);
-        return;
+    if (!grabbed) {
+        const std::int64_t lostAt = device.grabLostAt();
+        if (lostAt == 0 || eventTimeNs(frame.front()) >= lostAt) {
+            handleSharedFrame(entry, frame);
+            return;
+        }
     }
 
     std::int64_t countsX = 0;
     std::int64_t countsY = 0;
     int buttonValue = -1;
     bool ownWheel = false;
-    for (const input_event &event : m_frame) {
-        if (event.type == EV_REL && event.code == REL_X)
-            countsX += event.value;
-        else if (event.type == EV_REL && event.code == REL_Y)
-            countsY += event.value;
-        else if (event.type == EV_KEY && (gesture.held ? event.code == gesture.code : isTrigger(event.code)))
+    bool wheelWithoutHiRes = false;
+    for (const input_event &event : frame) {
+        if (event.type == EV_REL) {
+            if (event.code == REL_X) {
+                countsX += event.value;
+            } else if (event.code == REL_Y) {
+                countsY += event.value;
+            } else {
+                ownWheel = true;
+                wheelWithoutHiRes = wheelWithoutHiRes || (event.code == REL_WHEEL && !device.sourceHasHiResWheel())
+                    || (event.code == REL_HWHEEL && !device.sourceHasHiResHWheel());
+            }
+        } else if (event.type == EV_KEY && (gesture.held ? event.code == gesture.code : isTrigger(event.code))) {
             buttonValue = event.value;
-        else if (event.type == EV_REL)
-            ownWheel = true;
+        }
     }
     m_frameWheel.clear();
     FramePoster poster(*this, device, ownWheel ? nullptr : &m_frameWheel);
@@ -627,7 +660,7 @@ void LinuxInputBackend::handleFrame(Entry &entry)
     std::uint16_t buttonCode = gesture.code;
     if (buttonValue == 1 && !gesture.held) {
         buttonCode = 0;
-        for (const input_event &event : m_frame) {
+        for (const input_event &event : frame) {
             if (event.type == EV_KEY && event.value == 1 && isTrigger(event.code))
                 buttonCode = event.code;
         }
@@ -645,23 +678,41 @@ void LinuxInputBackend::handleFrame(Entry &entry)
             button = m_engine->handleEvent({ PointerEventType::RightMouseUp, 0.0, 0.0, {}, 0 }, poster);
     }
 
-    m_out.clear();
-    for (const input_event &event : m_frame) {
-        if (event.type == EV_SYN && event.code == SYN_REPORT)
-            m_out.insert(m_out.end(), m_frameWheel.begin(), m_frameWheel.end());
-        if (event.type == EV_REL && (event.code == REL_X || event.code == REL_Y) && motion == Verdict::Drop)
-            continue;
-        if (event.type == EV_KEY && event.code == buttonCode && button == Verdict::Drop)
-            continue;
-        m_out.push_back(event);
-        // The twin announces the high-resolution wheels, so every wheel frame it sends must carry
-        // them, or libinput counts each later detent twice.
-        if (event.type == EV_REL && event.code == REL_WHEEL && !device.sourceHasHiResWheel())
-            m_out.push_back(makeEvent(EV_REL, REL_WHEEL_HI_RES, event.value * WheelEncoder::unitsPerDetent));
-        else if (event.type == EV_REL && event.code == REL_HWHEEL && !device.sourceHasHiResHWheel())
-            m_out.push_back(makeEvent(EV_REL, REL_HWHEEL_HI_RES, event.value * WheelEncoder::unitsPerDetent));
+    std::span<const input_event> out = frame;
+    if (motion == Verdict::Drop || button == Verdict::Drop || wheelWithoutHiRes) {
+        m_out.clear();
+        for (const input_event &event : frame) {
+            if (event.type == EV_SYN && event.code == SYN_REPORT)
+                m_out.insert(m_out.end(), m_frameWheel.begin(), m_frameWheel.end());
+            if (event.type == EV_REL && (event.code == REL_X || event.code == REL_Y) && motion == Verdict::Drop)
+                continue;
+            if (event.type == EV_KEY && event.code == buttonCode && button == Verdict::Drop)
+                continue;
+            m_out.push_back(event);
+            // The twin announces the high-resolution wheels, so every wheel frame it sends must
+            // carry them, or libinput counts each later detent twice.
+            if (event.type == EV_REL && event.code == REL_WHEEL && !device.sourceHasHiResWheel())
+                m_out.push_back(makeEvent(EV_REL, REL_WHEEL_HI_RES, event.value * WheelEncoder::unitsPerDetent));
+            else if (event.type == EV_REL && event.code == REL_HWHEEL && !device.sourceHasHiResHWheel())
+                m_out.push_back(makeEvent(EV_REL, REL_HWHEEL_HI_RES, event.value * WheelEncoder::unitsPerDetent));
+        }
+        out = m_out;
+    } else if (!m_frameWheel.empty() && frame.size() + m_frameWheel.size() <= m_scrollingFrame.size()) {
+        // The frame goes out whole, with the scroll before its closing SYN_REPORT.
+        std::size_t length = 0;
+        for (std::size_t i = 0; i + 1 < frame.size(); ++i)
+            m_scrollingFrame[length++] = frame[i];
+        for (const input_event &event : m_frameWheel)
+            m_scrollingFrame[length++] = event;
+        m_scrollingFrame[length++] = frame.back();
+        out = { m_scrollingFrame.data(), length };
+    } else if (!m_frameWheel.empty()) {
+        m_out.assign(frame.begin(), frame.end() - 1);
+        m_out.insert(m_out.end(), m_frameWheel.begin(), m_frameWheel.end());
+        m_out.push_back(frame.back());
+        out = m_out;
     }
-    if (m_out.size() > 1 && !device.writeFrame(m_out))
+    if (out.size() > 1 && !device.writeFrame(out))
         Log::write("[Kestrix] Writing to the twin of " + describe(device) + " failed: " + std::strerror(errno));
 
     if (!grabbed && entry.wantGrab) // the watchdog released the grab while this frame waited
@@ -671,11 +722,11 @@ void LinuxInputBackend::handleFrame(Entry &entry)
 // A frame that other readers of the source saw as well (the grab is not held). Only releases of
 // what the twin still holds go to the twin, so nothing stays pressed there; the trigger's release
 // still ends the engine's gesture.
-void LinuxInputBackend::handleSharedFrame(Entry &entry)
+void LinuxInputBackend::handleSharedFrame(Entry &entry, std::span<const input_event> frame)
 {
     PointerDevice &device = *entry.device;
     m_out.clear();
-    for (const input_event &event : m_frame) {
+    for (const input_event &event : frame) {
         if (event.type != EV_KEY || event.value != 0)
             continue;
         if (entry.gesture.held && event.code == entry.gesture.code) {
@@ -714,7 +765,7 @@ bool LinuxInputBackend::encodeScroll(const ScrollEvent &event, PointerDevice &ta
     // The desktop reverses the twin's wheel as well when natural scrolling is on for mice, so the
     // engine's direction is reversed here first: reverseScroll means the same on every desktop.
     const std::int32_t sign = m_settings.naturalScroll ? -1 : 1;
-    WheelEncoder::Frame frame {};
+    WheelEncoder::Frame frame; // only the first `length` events are written, and read
     const std::optional<std::size_t> length
         = m_wheel.encode(event.unit, sign * event.vertical, sign * event.horizontal, frame);
     if (!length) {
@@ -722,25 +773,10 @@ bool LinuxInputBackend::encodeScroll(const ScrollEvent &event, PointerDevice &ta
             + " does not fit a wheel event; skipped");
         return false;
     }
-    if (Log::debugEnabled()) {
-        std::string line = std::string("[Kestrix] Scroll unit=") + unitName(event.unit)
-            + " vertical=" + std::to_string(event.vertical) + " horizontal=" + std::to_string(event.horizontal);
-        if (event.phases) {
-            line += " scrollPhase=" + std::to_string(event.phases->scrollPhase)
-                + " momentumPhase=" + std::to_string(event.phases->momentumPhase)
-                + " continuous=" + std::to_string(event.phases->isContinuous);
-        } else {
-            line += " (no phases)";
-        }
-        line += " -> " + target.twinNode() + ":";
-        for (std::size_t i = 0; i + 1 < *length; ++i)
-            line += std::string(" ") + wheelCodeName(frame[i].code) + "=" + std::to_string(frame[i].value);
-        if (*length == 0)
-            line += " nothing to write";
-        Log::debug(line);
-    }
-    if (*length > 0) // everything but the closing SYN_REPORT: the caller's frame has its own
-        out.insert(out.end(), frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(*length - 1));
+    if (Log::debugEnabled())
+        logScroll(event, target, { frame.data(), *length });
+    for (std::size_t i = 0; i < *length; ++i)
+        out.push_back(frame[i]);
     return true;
 }
 

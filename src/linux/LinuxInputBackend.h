@@ -7,11 +7,13 @@
 
 #include <linux/input.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -146,8 +148,8 @@ private:
     void removeEntry(Entry &entry);
     void onMonitorReadable();
     void service(Entry &entry);
-    void handleFrame(Entry &entry);
-    void handleSharedFrame(Entry &entry);
+    void handleFrame(Entry &entry, std::span<const input_event> frame);
+    void handleSharedFrame(Entry &entry, std::span<const input_event> frame);
     void tryGrab(Entry &entry);
     Entry *findByFd(int fd);
     bool isTrigger(std::uint16_t code) const;
@@ -173,6 +175,7 @@ private:
     InputSettings m_settings;
     udev *m_udev = nullptr;
     udev_monitor *m_monitor = nullptr;
+    int m_monitorFd = -1;
     mutable std::mutex m_devicesMutex; // the list, against the watchdog's walk over it
     std::vector<Entry> m_devices;
     std::vector<PassedOver> m_passedOver;
@@ -185,8 +188,8 @@ private:
     std::uint16_t m_gestureCode = BTN_RIGHT;
     PointerDevice *m_leavingDevice = nullptr; // being unplugged: nothing more is written to it
     WheelEncoder m_wheel;
-    std::vector<input_event> m_frame; // reused for every frame: no allocation per event
-    std::vector<input_event> m_out;
+    std::vector<input_event> m_out; // a frame as it goes out, when it differs from what came in
+    std::array<input_event, 16> m_scrollingFrame {}; // a usual frame with the scroll added to it
     std::vector<input_event> m_frameWheel;
     std::vector<input_event> m_scratch; // a scroll written in a frame of its own
 };

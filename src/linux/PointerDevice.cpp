@@ -8,6 +8,7 @@
 #include <libevdev/libevdev.h>
 #include <linux/uinput.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -28,7 +29,6 @@ std::unique_ptr<PointerDevice> PointerDevice::open(const std::string &node, int 
     device->m_node = node;
     device->m_dpi = dpi;
     device->m_pointsPerCount = MouseDpi::pointsPerCount(dpi);
-    device->m_partial.reserve(64);
 
     device->m_fd = ::open(node.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (device->m_fd < 0) {
@@ -106,8 +106,6 @@ PointerDevice::~PointerDevice()
         ::close(m_fd);
 }
 
-int PointerDevice::fd() const { return m_fd; }
-
 bool PointerDevice::readKeys(std::bitset<KEY_CNT> &keys) const
 {
     std::array<unsigned char, KEY_CNT / 8 + 1> bits {};
@@ -145,8 +143,6 @@ bool PointerDevice::grab()
     return true;
 }
 
-bool PointerDevice::isGrabbed() const { return m_grabbed.load(); }
-
 bool PointerDevice::releaseGrab(std::int64_t nowNs)
 {
     std::lock_guard lock(m_outputMutex);
@@ -161,30 +157,34 @@ bool PointerDevice::releaseGrab(std::int64_t nowNs)
     return true;
 }
 
-PointerDevice::ReadStatus PointerDevice::readFrame(std::vector<input_event> &frame)
+PointerDevice::ReadStatus PointerDevice::readFrame(std::span<const input_event> &frame)
 {
     for (;;) {
         while (m_blockNext < m_blockEnd) {
-            const input_event &event = m_block[m_blockNext++];
+            const input_event event = m_block[m_blockNext++];
+            if (event.type == EV_SYN && event.code == SYN_REPORT) {
+                m_block[m_frameEnd++] = event;
+                frame = { m_block.data() + m_frameStart, m_frameEnd - m_frameStart };
+                m_frameStart = m_frameEnd = m_blockNext;
+                return ReadStatus::Frame;
+            }
             if (event.type == EV_SYN && event.code == SYN_DROPPED) {
-                resynchronise(frame);
-                if (frame.size() > 1)
+                resynchronise();
+                if (m_resyncFrame.size() > 1) {
+                    frame = m_resyncFrame;
                     return ReadStatus::Frame;
+                }
                 continue;
             }
             if (event.type == EV_KEY && event.code < KEY_CNT && event.value != 2) {
                 // Only a change: after a resynchronisation, a key event that was queued while the
-                // kernel's state was read already counts in that state.
-                if (m_sourceKeys.test(event.code) == (event.value != 0))
+                // kernel's state was read already counts in that state. It is left out of the
+                // frame, which is compacted in place.
+                if (m_sourceKeys[event.code] == (event.value != 0))
                     continue;
-                m_sourceKeys.set(event.code, event.value != 0);
+                m_sourceKeys[event.code] = event.value != 0;
             }
-            m_partial.push_back(event);
-            if (event.type == EV_SYN && event.code == SYN_REPORT) {
-                frame.swap(m_partial);
-                m_partial.clear();
-                return ReadStatus::Frame;
-            }
+            m_block[m_frameEnd++] = event;
         }
         // A short block emptied the node's queue when it was read; whatever came since makes the
         // node readable again, and epoll says so.
@@ -192,46 +192,57 @@ PointerDevice::ReadStatus PointerDevice::readFrame(std::vector<input_event> &fra
             m_blockWasShort = false;
             return ReadStatus::Drained;
         }
-        const ssize_t got = ::read(m_fd, m_block.data(), sizeof m_block);
+        // The kernel hands out whole frames, so a frame is only cut where a block was full: its
+        // start moves to the front and the next read goes after it. A frame longer than the whole
+        // block is no mouse's; it is dropped.
+        std::size_t kept = m_frameEnd - m_frameStart;
+        if (kept == m_block.size())
+            kept = 0;
+        std::copy(m_block.begin() + static_cast<std::ptrdiff_t>(m_frameStart),
+            m_block.begin() + static_cast<std::ptrdiff_t>(m_frameStart + kept), m_block.begin());
+        m_frameStart = 0;
+        m_frameEnd = m_blockNext = kept;
+        const std::size_t room = (m_block.size() - kept) * sizeof(input_event);
+        const ssize_t got = ::read(m_fd, m_block.data() + kept, room);
         if (got < 0 && errno == EINTR)
             continue;
-        if (got < 0 && errno == EAGAIN)
+        if (got < 0 && errno == EAGAIN) {
+            m_blockEnd = kept;
             return ReadStatus::Drained;
+        }
         if (got <= 0) {
             if (got < 0 && errno != ENODEV)
                 Log::write("[Kestrix] Reading " + m_node + " failed: " + describeError(errno));
             return ReadStatus::Gone;
         }
-        m_blockNext = 0;
-        m_blockEnd = static_cast<std::size_t>(got) / sizeof(input_event);
-        m_blockWasShort = static_cast<std::size_t>(got) < sizeof m_block;
+        m_blockEnd = kept + static_cast<std::size_t>(got) / sizeof(input_event);
+        m_blockWasShort = static_cast<std::size_t>(got) < room;
     }
 }
 
 // SYN_DROPPED: the kernel's buffer overflowed. The partial frame is void, and so is everything
 // still queued: it is drained unread, then the keys are asked of the kernel, and the frame handed
 // out instead holds the key changes that were lost. Motion lost is lost.
-void PointerDevice::resynchronise(std::vector<input_event> &frame)
+void PointerDevice::resynchronise()
 {
     Log::write("[Kestrix] " + m_node + " overflowed: events were lost, the button state is resynchronised");
-    m_partial.clear();
-    m_blockNext = m_blockEnd = 0;
+    m_blockNext = m_blockEnd = m_frameStart = m_frameEnd = 0;
     m_blockWasShort = false;
     for (int reads = 0; reads < 64; ++reads) { // a bound against a device that never stops
         const ssize_t got = ::read(m_fd, m_block.data(), sizeof m_block);
         if (got < static_cast<ssize_t>(sizeof m_block) && !(got < 0 && errno == EINTR))
             break;
     }
-    frame.clear();
+    m_resyncFrame.clear();
     std::bitset<KEY_CNT> keys;
     if (readKeys(keys)) {
         for (std::uint16_t code = 0; code < KEY_CNT; ++code) {
             if (keys.test(code) != m_sourceKeys.test(code))
-                frame.push_back(makeEvent(EV_KEY, code, keys.test(code) ? 1 : 0));
+                m_resyncFrame.push_back(makeEvent(EV_KEY, code, keys.test(code) ? 1 : 0));
         }
         m_sourceKeys = keys;
     }
-    frame.push_back(makeEvent(EV_SYN, SYN_REPORT, 0));
+    m_resyncFrame.push_back(makeEvent(EV_SYN, SYN_REPORT, 0));
 }
 
 bool PointerDevice::writeFrame(std::span<const input_event> frame)
@@ -251,7 +262,7 @@ bool PointerDevice::writeLocked(std::span<const input_event> frame)
         return false;
     for (const input_event &event : frame) {
         if (event.type == EV_KEY && event.code < KEY_CNT && event.value != 2)
-            m_twinKeys.set(event.code, event.value != 0);
+            m_twinKeys[event.code] = event.value != 0;
     }
     return true;
 }

@@ -42,7 +42,7 @@ public:
     const std::string &node() const { return m_node; }
     const std::string &twinNode() const { return m_twinNode; }
     const std::string &name() const { return m_name; }
-    int fd() const;
+    int fd() const { return m_fd; }
     int dpi() const { return m_dpi; }
     // Motion counts to points: see MouseDpi.
     double pointsPerCount() const { return m_pointsPerCount; }
@@ -54,7 +54,7 @@ public:
     // the source must also reach it as a release from the source. False while one is held, or
     // when the kernel refuses.
     bool grab();
-    bool isGrabbed() const;
+    bool isGrabbed() const { return m_grabbed.load(); }
     bool anyKeyHeld() const;
     // Gives the source back to every reader, first releasing what is held on the twin; true when it
     // was grabbed. `nowNs` (CLOCK_MONOTONIC) tells later frames, which other readers saw too, from
@@ -65,9 +65,20 @@ public:
     std::int64_t grabLostAt() const { return m_grabLostAtNs.load(); }
 
     enum class ReadStatus : std::uint8_t { Frame, Drained, Gone };
-    // The next complete frame, up to and including its SYN_REPORT. After a SYN_DROPPED the frame is
-    // the resynchronisation: the key changes that were lost, closed by a SYN_REPORT.
-    ReadStatus readFrame(std::vector<input_event> &frame);
+    // The next complete frame, up to and including its SYN_REPORT, valid until the next call: it
+    // points into the block read from the node, so no event is copied on the way. After a
+    // SYN_DROPPED the frame is the resynchronisation: the key changes that were lost, closed by a
+    // SYN_REPORT.
+    ReadStatus readFrame(std::span<const input_event> &frame);
+    // After a frame: true when the node was read dry with it, so the next readFrame() would only
+    // say Drained. Saying it here spares that call for each frame.
+    bool takeDrained()
+    {
+        if (m_blockNext < m_blockEnd || !m_blockWasShort)
+            return false;
+        m_blockWasShort = false;
+        return true;
+    }
 
     // Writes one frame to the twin in a single write. False when the twin refused it.
     bool writeFrame(std::span<const input_event> frame);
@@ -78,7 +89,7 @@ private:
     void releaseTwinKeysLocked();
     bool writeLocked(std::span<const input_event> frame);
     bool readKeys(std::bitset<KEY_CNT> &keys) const;
-    void resynchronise(std::vector<input_event> &frame);
+    void resynchronise();
 
     std::string m_node;
     std::string m_twinNode;
@@ -93,12 +104,16 @@ private:
     int m_uinputFd = -1; // the twin's handle, owned here because libevdev was given it
 
     // What one read() brought: the node is read in blocks, one system call for every frame that
-    // is waiting, and a block shorter than the buffer means nothing else was waiting.
+    // is waiting, and a block shorter than the buffer means nothing else was waiting. Frames are
+    // handed out where they lie: [m_frameStart, m_frameEnd) is the frame being gathered, never
+    // ahead of m_blockNext, the next event to look at.
     std::array<input_event, 64> m_block {};
     std::size_t m_blockNext = 0;
     std::size_t m_blockEnd = 0;
+    std::size_t m_frameStart = 0;
+    std::size_t m_frameEnd = 0;
     bool m_blockWasShort = false;
-    std::vector<input_event> m_partial;
+    std::vector<input_event> m_resyncFrame;
     // The source's keys as the frames handed out left them.
     std::bitset<KEY_CNT> m_sourceKeys;
 
