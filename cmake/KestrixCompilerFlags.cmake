@@ -13,6 +13,15 @@ if(KESTRIX_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+# With link-time optimisation the objects still carry ordinary code too (fat LTO objects), so every
+# warning that needs the optimiser is still raised, and made an error, as each file is compiled.
+# At the link, GCC 12 warns that Qt's QHash could allocate more than the address space: a false
+# positive of the whole-program view (the hash bounds its size itself), not repeated there.
+if(CMAKE_INTERPROCEDURAL_OPTIMIZATION AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  add_compile_options(-ffat-lto-objects)
+  add_link_options(-Wno-alloc-size-larger-than)
+endif()
+
 function(kestrix_target_flags target)
   target_compile_options(${target} PRIVATE ${KESTRIX_WARNINGS})
   if(KESTRIX_WERROR)

@@ -91,9 +91,8 @@ std::string describeIdentity(const MouseIdentity &identity) { return identity.na
     std::string line = std::string("[Kestrix] Scroll unit=") + unitName(event.unit)
         + " vertical=" + std::to_string(event.vertical) + " horizontal=" + std::to_string(event.horizontal);
     if (event.phases) {
-        line += " scrollPhase=" + std::to_string(event.phases->scrollPhase)
-            + " momentumPhase=" + std::to_string(event.phases->momentumPhase)
-            + " continuous=" + std::to_string(event.phases->isContinuous);
+        line += " scrollPhase=" + std::to_string(event.phases->scrollPhase) + " momentumPhase="
+            + std::to_string(event.phases->momentumPhase) + " continuous=" + std::to_string(event.phases->isContinuous);
     } else {
         line += " (no phases)";
     }
@@ -181,10 +180,10 @@ LinuxInputBackend::~LinuxInputBackend()
         ::close(m_timerFd);
 }
 
-void LinuxInputBackend::watchFd(int fd)
+void LinuxInputBackend::watchFd(int fd, std::uint32_t events)
 {
     epoll_event event {};
-    event.events = EPOLLIN;
+    event.events = events;
     event.data.u64 = static_cast<std::uint64_t>(fd);
     if (epoll_ctl(m_epollFd, EPOLL_CTL_ADD, fd, &event) != 0)
         Log::write(std::string("[Kestrix] Cannot watch an input descriptor: ") + std::strerror(errno));
@@ -424,7 +423,9 @@ void LinuxInputBackend::considerDevice(udev_device *device)
         return;
     }
     PointerDevice *raw = opened.get();
-    watchFd(raw->fd());
+    // A node is read dry at every wake-up (service()), so its edge is all the loop needs, and
+    // epoll does not look at the node once more after each frame.
+    watchFd(raw->fd(), EPOLLIN | EPOLLET);
     {
         std::lock_guard lock(m_devicesMutex);
         m_devices.push_back({ std::move(opened), identity, true, {}, syspath });
@@ -647,8 +648,9 @@ void LinuxInputBackend::handleFrame(Entry &entry, std::span<const input_event> f
         const double scale = device.pointsPerCount();
         const double pointsX = clampCounts(countsX) * scale + gesture.carryX;
         const double pointsY = clampCounts(countsY) * scale + gesture.carryY;
-        const double wholeX = std::trunc(pointsX);
-        const double wholeY = std::trunc(pointsY);
+        // Whole points toward zero; the counts are clamped, so the points fit an integer.
+        const auto wholeX = static_cast<double>(static_cast<std::int64_t>(pointsX));
+        const auto wholeY = static_cast<double>(static_cast<std::int64_t>(pointsY));
         gesture.carryX = pointsX - wholeX;
         gesture.carryY = pointsY - wholeY;
         if (wholeX != 0.0 || wholeY != 0.0)

@@ -6,6 +6,7 @@
 #include "linux/WheelEncoder.h"
 
 #include <linux/input.h>
+#include <sys/epoll.h>
 
 #include <array>
 #include <atomic>
@@ -164,7 +165,7 @@ private:
     // The same as a frame of its own on `target`'s twin.
     bool writeScroll(const ScrollEvent &event, PointerDevice &target);
     bool replayClick(PointerDevice &target, std::uint16_t code);
-    void watchFd(int fd);
+    void watchFd(int fd, std::uint32_t events = EPOLLIN);
     void unwatchFd(int fd);
 
     const int m_epollFd;

@@ -161,13 +161,7 @@ PointerDevice::ReadStatus PointerDevice::readFrame(std::span<const input_event> 
 {
     for (;;) {
         while (m_blockNext < m_blockEnd) {
-            const input_event event = m_block[m_blockNext++];
-            if (event.type == EV_SYN && event.code == SYN_REPORT) {
-                m_block[m_frameEnd++] = event;
-                frame = { m_block.data() + m_frameStart, m_frameEnd - m_frameStart };
-                m_frameStart = m_frameEnd = m_blockNext;
-                return ReadStatus::Frame;
-            }
+            const input_event &event = m_block[m_blockNext++];
             if (event.type == EV_SYN && event.code == SYN_DROPPED) {
                 resynchronise();
                 if (m_resyncFrame.size() > 1) {
@@ -179,12 +173,19 @@ PointerDevice::ReadStatus PointerDevice::readFrame(std::span<const input_event> 
             if (event.type == EV_KEY && event.code < KEY_CNT && event.value != 2) {
                 // Only a change: after a resynchronisation, a key event that was queued while the
                 // kernel's state was read already counts in that state. It is left out of the
-                // frame, which is compacted in place.
+                // frame, and the events after it move up in place.
                 if (m_sourceKeys[event.code] == (event.value != 0))
                     continue;
                 m_sourceKeys[event.code] = event.value != 0;
             }
-            m_block[m_frameEnd++] = event;
+            if (m_frameEnd + 1 != m_blockNext)
+                m_block[m_frameEnd] = event;
+            ++m_frameEnd;
+            if (event.type == EV_SYN && event.code == SYN_REPORT) {
+                frame = { m_block.data() + m_frameStart, m_frameEnd - m_frameStart };
+                m_frameStart = m_frameEnd = m_blockNext;
+                return ReadStatus::Frame;
+            }
         }
         // A short block emptied the node's queue when it was read; whatever came since makes the
         // node readable again, and epoll says so.
