@@ -27,8 +27,10 @@ struct RunningKestrix
 
     void signal(int signalNumber) const { ::kill(pid_t(process.processId()), signalNumber); }
 
-    QProcess process;
+    // Declared before the process, so it outlives it: a process still running when a test fails is
+    // killed by ~QProcess, which reads its last output into here on the way.
     QByteArray output;
+    QProcess process;
 };
 
 // Waits for Kestrix to end by itself, with success.
