@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <QTimer>
 
 namespace kestrix {
 
@@ -18,6 +19,11 @@ namespace {
 const QString KWinService = u"org.kde.KWin"_s;
 const QString ScriptingPath = u"/Scripting"_s;
 const QString ScriptingInterface = u"org.kde.kwin.Scripting"_s;
+const QString UnknownObjectError = u"org.freedesktop.DBus.Error.UnknownObject"_s;
+// How long a KWin that is still starting gets, and how often it is asked meanwhile: at login, an
+// autostarted Kestrix can come up before KWin is ready.
+constexpr int StartupWaitMs = 30000;
+constexpr int RetryIntervalMs = 1000;
 
 QDBusMessage scripting(const QString &method, const QVariantList &arguments = {})
 {
@@ -40,7 +46,7 @@ KWinActiveWindow::~KWinActiveWindow()
     QDBusConnection::sessionBus().unregisterObject(QString::fromLatin1(ObjectPath));
 }
 
-void KWinActiveWindow::load(std::function<void(bool)> done)
+void KWinActiveWindow::load(const std::function<void(bool)> &done)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()
@@ -49,11 +55,19 @@ void KWinActiveWindow::load(std::function<void(bool)> done)
         done(false);
         return;
     }
+    m_startupDeadline = QDeadlineTimer(StartupWaitMs);
+    attempt(done);
+}
+
+void KWinActiveWindow::attempt(const std::function<void(bool)> &done)
+{
     // Only KWin's connection may report the active window.
     const QDBusMessage owner = QDBusMessage::createMethodCall(
         u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s, u"org.freedesktop.DBus"_s, u"GetNameOwner"_s);
     dbus::call(this, QDBusMessage(owner) << KWinService, [this, done](const QDBusMessage &reply) {
         if (reply.type() != QDBusMessage::ReplyMessage) {
+            if (retryLater(done))
+                return;
             Log::write("[Kestrix] KWin is not on the session bus; the active KDE window is unknown");
             done(false);
             return;
@@ -63,7 +77,15 @@ void KWinActiveWindow::load(std::function<void(bool)> done)
     });
 }
 
-void KWinActiveWindow::loadScript(std::function<void(bool)> done)
+bool KWinActiveWindow::retryLater(const std::function<void(bool)> &done)
+{
+    if (m_startupDeadline.hasExpired())
+        return false;
+    QTimer::singleShot(RetryIntervalMs, this, [this, done] { attempt(done); });
+    return true;
+}
+
+void KWinActiveWindow::loadScript(const std::function<void(bool)> &done)
 {
     QFile resource(u":/kestrix/kwin/active-window.js"_s);
     const QString path
@@ -87,6 +109,9 @@ void KWinActiveWindow::loadScript(std::function<void(bool)> done)
             dbus::call(this, scripting(u"loadScript"_s, { path, QString::fromLatin1(ScriptName) }),
                 [this, done](const QDBusMessage &reply) {
                     const int id = reply.arguments().value(0).toInt();
+                    // KWin takes its bus name a moment before its scripting object is there.
+                    if (reply.errorName() == UnknownObjectError && retryLater(done))
+                        return;
                     if (reply.type() != QDBusMessage::ReplyMessage || id < 0) {
                         Log::write(
                             u"[Kestrix] KWin did not load the active-window script: %1"_s.arg(reply.errorMessage())

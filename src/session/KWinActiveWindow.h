@@ -3,6 +3,7 @@
 #include "session/WindowApp.h"
 
 #include <QDBusContext>
+#include <QDeadlineTimer>
 #include <QObject>
 #include <QString>
 
@@ -28,17 +29,22 @@ public:
     // Unloads the script from KWin.
     ~KWinActiveWindow() override;
 
-    // Loads and starts the script; `done` says whether KWin took it.
-    void load(std::function<void(bool)> done);
+    // Loads and starts the script; `done` says whether KWin took it. A KWin still starting (not on
+    // the bus yet, or without its scripting object yet) is asked again every second for 30 s.
+    void load(const std::function<void(bool)> &done);
 
 public Q_SLOTS:
     // Called by the script; calls from anyone but KWin are ignored.
     void setActiveWindow(const QString &resourceClass, const QString &resourceName);
 
 private:
-    void loadScript(std::function<void(bool)> done);
+    void attempt(const std::function<void(bool)> &done);
+    void loadScript(const std::function<void(bool)> &done);
+    // Schedules another attempt and returns true, or returns false once KWin had its time.
+    bool retryLater(const std::function<void(bool)> &done);
 
     Report m_report;
+    QDeadlineTimer m_startupDeadline;
     QString m_kwinOwner;
     bool m_loaded = false;
 };
