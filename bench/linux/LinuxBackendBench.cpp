@@ -291,7 +291,7 @@ int main(int argc, char **argv)
     std::vector<double> intervalsMs;
     {
         // Requests run in order: once this one has, momentum is switched back on.
-        input.runOnInputThread([](GrabScrollManager &, LinuxInputBackend &) { });
+        input.runOnInputThread([](GrabScrollManager &, LinuxInputBackend &) {});
         const int twin = openReader(twinNode);
         mouse.press(BTN_RIGHT);
         for (int i = 0; i < 10; ++i)

@@ -29,11 +29,12 @@ struct Access
 Access systemAccess();
 
 // Logs "[Kestrix] Input access to the mice and /dev/uinput = 0|1"; when trusted, runs
-// `completion` on the next pass of the event loop. Otherwise prompts once, logs "[Kestrix] Input access, asked through polkit = 0|1",
-// and checks every 1.0 s; the check that finds access logs "[Kestrix] 입력 장치 권한 부여됨", stops
-// the checks and runs `completion` on the next pass. Returns at once; call it on the main thread.
-// The continuation runs at most once, and never when access is never granted. `promptFailed` runs
-// at most once, at the first check that finds the prompt over without access; the checks go on.
+// `completion` on the next pass of the event loop. Otherwise prompts once, logs
+// "[Kestrix] Input access, asked through polkit = 0|1", and checks every 1.0 s; the check that
+// finds access logs "[Kestrix] 입력 장치 권한 부여됨", stops the checks and runs `completion` on
+// the next pass. Returns at once; call it on the main thread. The continuation runs at most once,
+// and never when access is never granted. `promptFailed` runs at most once, at the first check
+// that finds the prompt over without access; the checks go on.
 void ensureAccessibility(std::function<void()> completion);
 void ensureAccessibility(std::function<void()> completion, Access access, std::function<void()> promptFailed = nullptr);
 

@@ -10,8 +10,8 @@
 #include <QFileInfo>
 #include <QProcess>
 
-#include <sys/stat.h>
 #include <memory>
+#include <sys/stat.h>
 
 namespace kestrix::AccessibilityHelper {
 

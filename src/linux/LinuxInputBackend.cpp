@@ -180,7 +180,7 @@ LinuxInputBackend::~LinuxInputBackend()
         ::close(m_timerFd);
 }
 
-void LinuxInputBackend::watchFd(int fd, std::uint32_t events)
+void LinuxInputBackend::watchFd(int fd, std::uint32_t events) const
 {
     epoll_event event {};
     event.events = events;
@@ -189,7 +189,7 @@ void LinuxInputBackend::watchFd(int fd, std::uint32_t events)
         Log::write(std::string("[Kestrix] Cannot watch an input descriptor: ") + std::strerror(errno));
 }
 
-void LinuxInputBackend::unwatchFd(int fd) { epoll_ctl(m_epollFd, EPOLL_CTL_DEL, fd, nullptr); }
+void LinuxInputBackend::unwatchFd(int fd) const { epoll_ctl(m_epollFd, EPOLL_CTL_DEL, fd, nullptr); }
 
 void LinuxInputBackend::applySettings(const InputSettings &settings)
 {

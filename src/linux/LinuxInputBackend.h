@@ -165,8 +165,8 @@ private:
     // The same as a frame of its own on `target`'s twin.
     bool writeScroll(const ScrollEvent &event, PointerDevice &target);
     bool replayClick(PointerDevice &target, std::uint16_t code);
-    void watchFd(int fd, std::uint32_t events = EPOLLIN);
-    void unwatchFd(int fd);
+    void watchFd(int fd, std::uint32_t events = EPOLLIN) const;
+    void unwatchFd(int fd) const;
 
     const int m_epollFd;
     int m_timerFd = -1;

@@ -170,8 +170,7 @@ private Q_SLOTS:
         // machine the line can arrive well after the grab is seen.
         const QRegularExpression tookOver(u"Took over "_s + mouse.node() + u" .* twin (/dev/input/event\\d+)"_s);
         QString twinPath;
-        QTRY_VERIFY2_WITH_TIMEOUT(
-            !(twinPath = tookOver.match(QString::fromUtf8(running.output)).captured(1)).isEmpty(),
+        QTRY_VERIFY2_WITH_TIMEOUT(!(twinPath = tookOver.match(QString::fromUtf8(running.output)).captured(1)).isEmpty(),
             running.output.constData(), 20000);
         EventLog twin(twinPath);
         QVERIFY(twin.isOpen());
