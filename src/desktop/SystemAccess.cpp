@@ -91,7 +91,7 @@ QString rootOnlyExecutable(const QString &path)
     // The canonical path is the one checked and the one run: a link on the way, wherever it lives,
     // cannot point elsewhere between the check and the start.
     const QFileInfo file(path);
-    const QString canonical = file.canonicalFilePath();
+    QString canonical = file.canonicalFilePath();
     if (canonical.isEmpty() || !file.isExecutable() || !rootOnly(canonical, false))
         return {};
     for (QDir folder = QFileInfo(canonical).dir();; folder.cdUp()) {

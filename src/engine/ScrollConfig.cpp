@@ -84,7 +84,7 @@ double momentumGlide()
 std::vector<MouseIdentity> disabledMice()
 {
     std::vector<MouseIdentity> mice;
-    for (const QJsonValue &entry : SettingsStore::shared().value(SettingsKeys::disabledMice).toArray()) {
+    for (const QJsonValue entry : SettingsStore::shared().value(SettingsKeys::disabledMice).toArray()) {
         if (std::optional<MouseIdentity> mouse = mouseFromJson(entry))
             mice.push_back(std::move(*mouse));
     }
@@ -128,7 +128,7 @@ void setMouseDisabled(const MouseIdentity &mouse, bool disabled)
 {
     SettingsStore &store = SettingsStore::shared();
     QJsonArray entries;
-    for (const QJsonValue &entry : store.value(SettingsKeys::disabledMice).toArray()) {
+    for (const QJsonValue entry : store.value(SettingsKeys::disabledMice).toArray()) {
         if (mouseFromJson(entry) != mouse)
             entries.append(entry);
     }

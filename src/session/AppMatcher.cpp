@@ -57,7 +57,7 @@ QStringList patternsFromSetting(const QJsonValue &value)
         return defaultPatterns();
     }
     QStringList patterns;
-    for (const QJsonValue &item : value.toArray()) {
+    for (const QJsonValue item : value.toArray()) {
         const QString pattern = item.toString().trimmed();
         if (!pattern.isEmpty())
             patterns.append(pattern);

@@ -38,7 +38,7 @@ std::optional<QJsonObject> focusedNode(const QJsonObject &node, int depth = 0)
     if (depth > 64)
         return std::nullopt; // no real tree nests this deep
     for (const char *children : { "nodes", "floating_nodes" }) {
-        for (const QJsonValue &child : node.value(QLatin1StringView(children)).toArray()) {
+        for (const QJsonValue child : node.value(QLatin1StringView(children)).toArray()) {
             if (auto found = focusedNode(child.toObject(), depth + 1))
                 return found;
         }
@@ -203,7 +203,7 @@ void AppUnderPointer::startSway(const QString &socketPath)
     setRemedy(Remedy::None);
 }
 
-void AppUnderPointer::querySwayTree(std::function<void(std::optional<WindowApp>)> done)
+void AppUnderPointer::querySwayTree(const std::function<void(std::optional<WindowApp>)> &done)
 {
     m_sway->send(SwayIpc::GetTree, {}, [this, done](const QJsonDocument &tree) {
         if (!tree.isObject()) {
@@ -237,7 +237,7 @@ void AppUnderPointer::startGnome()
         GnomeShellService, path, interface, u"FocusedChanged"_s, this, SLOT(gnomeFocusChanged(QString, QString)));
     bus.connect(
         GnomeShellService, path, interface, u"FocusedChanged"_s, this, SLOT(gnomeFocusChanged(QString, QString)));
-    lookUpOnce([this](std::optional<WindowApp> app) {
+    lookUpOnce([this](const std::optional<WindowApp> &app) {
         if (m_source != Source::GnomeShellExtension)
             return;
         if (app) {
@@ -279,9 +279,9 @@ void AppUnderPointer::gnomeFocusChanged(const QString &wmClass, const QString &w
     setRemedy(Remedy::None);
 }
 
-void AppUnderPointer::lookUpOnce(std::function<void(std::optional<WindowApp>)> done)
+void AppUnderPointer::lookUpOnce(const std::function<void(std::optional<WindowApp>)> &done)
 {
-    const auto later = [this, done](std::optional<WindowApp> app) {
+    const auto later = [this, done](const std::optional<WindowApp> &app) {
         QMetaObject::invokeMethod(
             this, [done, app] { done(app); }, Qt::QueuedConnection);
     };

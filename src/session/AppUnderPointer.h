@@ -61,7 +61,7 @@ public:
 
     // Asks the desktop now; `done` runs later on this object's thread, with nothing when no source
     // works or the desktop did not answer. For "Add the app under the pointer".
-    void lookUpOnce(std::function<void(std::optional<WindowApp>)> done);
+    void lookUpOnce(const std::function<void(std::optional<WindowApp>)> &done);
 
 Q_SIGNALS:
     // The app changed; `app` is its id (class), or its instance when it has no class.
@@ -76,7 +76,7 @@ private:
     void setRemedy(Remedy remedy);
     void startX11(const QByteArray &display);
     void startSway(const QString &socketPath);
-    void querySwayTree(std::function<void(std::optional<WindowApp>)> done);
+    void querySwayTree(const std::function<void(std::optional<WindowApp>)> &done);
     void startKWin();
     void startGnome();
 

@@ -40,7 +40,7 @@ bool installedOnDisk()
                 .isEmpty();
 }
 
-void queryState(QObject *context, std::function<void(State)> done)
+void queryState(QObject *context, const std::function<void(State)> &done)
 {
     dbus::call(context, extensionsCall(u"GetExtensionInfo"_s), [done](const QDBusMessage &reply) {
         if (reply.type() != QDBusMessage::ReplyMessage) {
@@ -69,7 +69,7 @@ void queryState(QObject *context, std::function<void(State)> done)
     });
 }
 
-void enable(QObject *context, std::function<void(bool)> done)
+void enable(QObject *context, const std::function<void(bool)> &done)
 {
     dbus::call(context, extensionsCall(u"EnableExtension"_s), [done](const QDBusMessage &reply) {
         done(reply.type() == QDBusMessage::ReplyMessage && reply.arguments().value(0).toBool());

@@ -31,9 +31,9 @@ enum class State {
 bool installedOnDisk();
 
 // Asks the shell (org.gnome.Shell.Extensions GetExtensionInfo); `done` runs on `context`'s thread.
-void queryState(QObject *context, std::function<void(State)> done);
+void queryState(QObject *context, const std::function<void(State)> &done);
 
 // Turns the extension on (org.gnome.Shell.Extensions EnableExtension); `done` gets the shell's answer.
-void enable(QObject *context, std::function<void(bool)> done);
+void enable(QObject *context, const std::function<void(bool)> &done);
 
 } // namespace kestrix::GnomeShellExtension

@@ -53,8 +53,8 @@ public:
         GSettingsSchema *schema = g_settings_schema_source_lookup(schemas, SchemaId, TRUE);
         if (!schema)
             return nullptr;
-        const bool complete
-            = g_settings_schema_has_key(schema, "left-handed") && g_settings_schema_has_key(schema, "natural-scroll");
+        const bool complete = g_settings_schema_has_key(schema, "left-handed") != 0
+            && g_settings_schema_has_key(schema, "natural-scroll") != 0;
         std::unique_ptr<GSettingsSource> source;
         if (complete)
             source.reset(new GSettingsSource(g_settings_new_full(schema, nullptr, nullptr), std::move(onChange)));
@@ -121,7 +121,7 @@ public:
         QFile file(m_path);
         if (!file.open(QIODevice::ReadOnly))
             return { false, false, u"kcminputrc"_s };
-        return fromKcmInput(file.read(1024 * 1024));
+        return fromKcmInput(file.read(qint64(1024) * 1024));
     }
 
 private:
@@ -227,7 +227,7 @@ PointerPreferences::Values PointerPreferences::fromSwayInputs(const QJsonDocumen
 {
     Values values { false, false, u"sway"_s };
     // sway lists touchpads with the type "touchpad"; their natural scrolling is not the mouse's.
-    for (const QJsonValue &input : inputs.array()) {
+    for (const QJsonValue input : inputs.array()) {
         const QJsonObject device = input.toObject();
         if (device.value("type"_L1).toString() != "pointer"_L1)
             continue;
@@ -287,7 +287,7 @@ private:
     {
         xcb_connection_t *c = m_connection.get();
         const xcb_query_extension_reply_t *extension = xcb_get_extension_data(c, &xcb_input_id);
-        if (extension && extension->present) {
+        if (extension && extension->present != 0) {
             xcb::Reply<xcb_input_xi_query_version_reply_t> version { xcb_input_xi_query_version_reply(
                 c, xcb_input_xi_query_version(c, 2, 2), nullptr) };
             m_xinput = version && (version->major_version > 2 || (version->major_version == 2));
@@ -325,7 +325,7 @@ private:
              xcb_input_xi_device_info_next(&it)) {
             const xcb_input_xi_device_info_t *info = it.data;
             const QByteArrayView name(xcb_input_xi_device_info_name(info), xcb_input_xi_device_info_name_length(info));
-            if (info->type != XCB_INPUT_DEVICE_TYPE_SLAVE_POINTER || !info->enabled || name.contains("XTEST"))
+            if (info->type != XCB_INPUT_DEVICE_TYPE_SLAVE_POINTER || info->enabled == 0 || name.contains("XTEST"))
                 continue;
             if (property(info->deviceid, m_tappingAtom))
                 continue; // a touchpad

@@ -103,7 +103,7 @@ void SwayIpc::readFrames()
     }
     for (Frame &frame : *frames) {
         const QJsonDocument document = QJsonDocument::fromJson(frame.payload);
-        if (frame.type & EventBit) {
+        if ((frame.type & EventBit) != 0) {
             Q_EMIT event(frame.type, document);
         } else if (!m_pending.empty()) {
             Reply reply = std::move(m_pending.front());

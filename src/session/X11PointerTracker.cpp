@@ -68,7 +68,7 @@ public:
     }
 
 private:
-    void wake()
+    void wake() const
     {
         const uint64_t one = 1;
         if (m_wake >= 0) [[maybe_unused]]
@@ -93,7 +93,7 @@ private:
                     return;
                 requests.swap(m_requests);
             }
-            if (xcb_connection_has_error(c)) {
+            if (xcb_connection_has_error(c) != 0) {
                 Log::write(
                     "[Kestrix] The X server closed the connection; the app under the pointer is no longer followed");
                 m_publish({});
@@ -119,7 +119,7 @@ private:
                 timeout = int(std::chrono::ceil<std::chrono::milliseconds>(lastLookUp + interval - now).count());
             pollfd fds[2] = { { xcb_get_file_descriptor(c), POLLIN, 0 }, { m_wake, POLLIN, 0 } };
             poll(fds, 2, timeout);
-            if (fds[1].revents & POLLIN) {
+            if ((fds[1].revents & POLLIN) != 0) {
                 uint64_t count = 0;
                 [[maybe_unused]] const auto got = read(m_wake, &count, sizeof count);
             }
@@ -184,7 +184,7 @@ private:
         xcb::Reply<xcb_query_pointer_reply_t> pointer { xcb_query_pointer_reply(
             c, xcb_query_pointer(c, m_root), nullptr) };
         // Over the root window itself (the bare desktop) or on another screen: no app.
-        if (!pointer || !pointer->same_screen || pointer->child == XCB_WINDOW_NONE)
+        if (!pointer || pointer->same_screen == 0 || pointer->child == XCB_WINDOW_NONE)
             return {};
         const xcb_window_t client = clientWindow(pointer->child);
         xcb::Reply<xcb_get_property_reply_t> wmClass { xcb_get_property_reply(
@@ -231,7 +231,7 @@ std::unique_ptr<X11PointerTracker> X11PointerTracker::start(const QByteArray &di
     xcb_connection_t *c = connection.get();
     const xcb_query_extension_reply_t *extension = xcb_get_extension_data(c, &xcb_input_id);
     xcb::Reply<xcb_input_xi_query_version_reply_t> version;
-    if (extension && extension->present)
+    if (extension && extension->present != 0)
         version.reset(xcb_input_xi_query_version_reply(c, xcb_input_xi_query_version(c, 2, 2), nullptr));
     // Raw events reach a root-window selection from XInput 2.1 on.
     if (!version || version->major_version < 2 || (version->major_version == 2 && version->minor_version < 1)) {

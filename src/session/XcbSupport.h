@@ -25,7 +25,7 @@ using Connection = std::unique_ptr<xcb_connection_t, ConnectionDeleter>;
 inline Connection connect(const char *display, int *screenNumber)
 {
     Connection connection(xcb_connect(display, screenNumber));
-    if (xcb_connection_has_error(connection.get()))
+    if (xcb_connection_has_error(connection.get()) != 0)
         return nullptr;
     return connection;
 }
@@ -44,7 +44,7 @@ inline xcb_screen_t *screenOf(xcb_connection_t *connection, int screenNumber)
 inline xcb_atom_t atom(xcb_connection_t *connection, std::string_view name, bool onlyIfExists)
 {
     Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
-        connection, xcb_intern_atom(connection, onlyIfExists, uint16_t(name.size()), name.data()), nullptr));
+        connection, xcb_intern_atom(connection, uint8_t(onlyIfExists), uint16_t(name.size()), name.data()), nullptr));
     return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
 }
 

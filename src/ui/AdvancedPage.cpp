@@ -653,7 +653,7 @@ void AdvancedPage::updateStrings()
     fitTextToPage();
 }
 
-void AdvancedPage::applyFont(QWidget *widget, int size, QFont::Weight weight)
+void AdvancedPage::applyFont(QWidget *widget, int size, QFont::Weight weight) const
 {
     widget->setFont(AppStyle::systemFont(std::max(minimumTextSize, size - m_shrink), weight));
 }

@@ -107,7 +107,7 @@ private:
     void updateTabOrder();
     void fitPopup();
     void fitTextToPage();
-    void applyFont(QWidget *widget, int size, QFont::Weight weight);
+    void applyFont(QWidget *widget, int size, QFont::Weight weight) const;
 
     void triggerButtonChosen(int index);
     void thresholdChanged(int points);
